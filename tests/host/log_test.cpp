@@ -1,0 +1,148 @@
+// The host's liblog logger: capture, logcat-style stderr lines, threads, and asserts.
+
+#define LOG_TAG "ZEL"
+#define LOG_NDEBUG 0  // keep ALOGV
+#include <log/log.h>
+#include <zel/host/Log.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogCapture.h"
+
+namespace {
+
+// Leaves stderr printing on for the next test when they share a process.
+class Log : public testing::Test {
+protected:
+    void TearDown() override { zel::host::setLogToStderr(true); }
+};
+
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+using zel::test::LogCapture;
+
+TEST_F(Log, EveryPriorityIsCapturedAndPrintedLogcatStyle) {
+    LogCapture capture;
+    CaptureStderr();
+    ALOGV("verbose %d", 2);
+    ALOGD("convert <%d>: message", 412);
+    ALOGI("info");
+    ALOGW("warn");
+    ALOGE("error");
+    __android_log_write(ANDROID_LOG_FATAL, "OTHER", "fatal");
+    std::string printed = GetCapturedStderr();
+
+    EXPECT_EQ(printed,
+              "V ZEL : verbose 2\n"
+              "D ZEL : convert <412>: message\n"
+              "I ZEL : info\n"
+              "W ZEL : warn\n"
+              "E ZEL : error\n"
+              "F OTHER : fatal\n");
+    std::vector<zel::host::LogLine> lines = capture.lines();
+    ASSERT_EQ(lines.size(), 6u) << capture.dump();
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_EQ(lines[i].priority, ANDROID_LOG_VERBOSE + i);
+        EXPECT_EQ(lines[i].tid, gettid());
+    }
+    EXPECT_EQ(lines[1].tag, "ZEL");
+    EXPECT_EQ(lines[1].message, "convert <412>: message");
+    EXPECT_EQ(lines[5].tag, "OTHER");
+    EXPECT_EQ(capture.count(ANDROID_LOG_DEBUG, "<412>"), 1u);
+    EXPECT_EQ(capture.count(ANDROID_LOG_INFO, "<412>"), 0u);
+
+    capture.clear();
+    zel::host::setLogCapture(false);
+    ALOGI("not kept");
+    EXPECT_TRUE(zel::host::capturedLogs().empty());
+}
+
+TEST_F(Log, LongAndMultiLineMessages) {
+    LogCapture capture;
+    const std::string longMessage(3 * 4096 + 17, 'q');
+    CaptureStderr();
+    __android_log_write(ANDROID_LOG_INFO, "ZEL", longMessage.c_str());
+    __android_log_write(ANDROID_LOG_WARN, "ZEL", "first\nsecond\n");
+    std::string printed = GetCapturedStderr();
+
+    EXPECT_EQ(printed, "I ZEL : " + longMessage + "\nW ZEL : first\nW ZEL : second\n");
+    ASSERT_EQ(capture.lines().size(), 2u);
+    EXPECT_EQ(capture.lines()[0].message, longMessage);
+    EXPECT_EQ(capture.lines()[1].message, "first\nsecond\n");
+}
+
+TEST_F(Log, StderrCanBeSilenced) {
+    LogCapture capture;
+    zel::host::setLogToStderr(false);
+    CaptureStderr();
+    ALOGE("silent");
+    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_EQ(capture.count(ANDROID_LOG_ERROR, "silent"), 1u);
+}
+
+TEST_F(Log, QuietEnvironmentSilencesFromTheStart) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    setenv("ZEL_HOST_LOG", "quiet", 1);
+    EXPECT_EXIT(
+        {
+            ALOGE("should stay quiet");
+            exit(0);
+        },
+        testing::ExitedWithCode(0), testing::Not(testing::HasSubstr("should stay quiet")));
+    unsetenv("ZEL_HOST_LOG");
+}
+
+TEST_F(Log, ConcurrentThreadsLoseNoLine) {
+    LogCapture capture;
+    zel::host::setLogToStderr(false);
+    constexpr int kThreads = 8;
+    constexpr int kLines = 2000;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < kLines; ++i) {
+                ALOGD("%d %d", t, i);
+            }
+        });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+
+    std::vector<zel::host::LogLine> lines = capture.lines();
+    ASSERT_EQ(lines.size(), size_t{kThreads} * kLines);
+    std::map<int, int> next;  // thread index -> next expected line
+    std::map<int, int> tidOf;
+    for (const auto& line : lines) {
+        int t = -1;
+        int i = -1;
+        ASSERT_EQ(sscanf(line.message.c_str(), "%d %d", &t, &i), 2);
+        EXPECT_EQ(i, next[t]++) << "thread " << t;
+        auto [it, inserted] = tidOf.emplace(t, line.tid);
+        EXPECT_EQ(it->second, line.tid);
+    }
+    for (int t = 0; t < kThreads; ++t) {
+        EXPECT_EQ(next[t], kLines);
+    }
+}
+
+TEST_F(Log, AssertMessageReachesStderrBeforeAbort) {
+    EXPECT_DEATH(__android_log_assert("x > 0", "ZEL", "broken %d", 42), "F ZEL : broken 42");
+    // liblog itself writes the message, even with our printing off.
+    EXPECT_DEATH(
+        {
+            zel::host::setLogToStderr(false);
+            LOG_ALWAYS_FATAL_IF(true, "fatal %s", "condition");
+        },
+        "fatal condition");
+}
+
+}  // namespace
