@@ -1,0 +1,80 @@
+/*
+ * <zel/host/Gpu.h>: the layer's control interface.
+ */
+#include <zel/host/Gpu.h>
+
+#include <cstdio>
+
+#include "Counters.h"
+#include "DisplaySelection.h"
+#include "GlErrorQueue.h"
+#include "MesaDriver.h"
+
+namespace zel {
+namespace host {
+
+namespace {
+
+using hostgpu::Counter;
+using hostgpu::Counters;
+
+struct Availability {
+    bool available = false;
+    std::string reason;
+};
+
+Availability probe() {
+    const hostgpu::MesaDriver& driver = hostgpu::MesaDriver::instance();
+    if (!driver.loaded()) {
+        return {false, driver.failure()};
+    }
+    // Straight to the driver: a probe must not show up in the counters.
+    EGLDisplay display = hostgpu::surfacelessDisplay();
+    if (display == EGL_NO_DISPLAY) {
+        return {false, "the EGL driver " + driver.library() + " has no surfaceless display"};
+    }
+    EGLint major = 0;
+    EGLint minor = 0;
+    if (!hostgpu::mesa().eglInitialize(display, &major, &minor)) {
+        char reason[160];
+        snprintf(reason, sizeof(reason),
+                 "the surfaceless display of %s does not initialise (EGL error 0x%04x)",
+                 driver.library().c_str(), static_cast<unsigned>(hostgpu::mesa().eglGetError()));
+        return {false, reason};
+    }
+    return {true, ""};
+}
+
+const Availability& availability() {
+    static const Availability* const result = new Availability(probe());
+    return *result;
+}
+
+}  // namespace
+
+void injectGlError(unsigned error) {
+    hostgpu::GlErrorQueue::push(static_cast<GLenum>(error));
+}
+
+GpuCounters gpuCounters() {
+    GpuCounters counters;
+    counters.contextsCreated = Counters::get(Counter::ContextsCreated);
+    counters.displaysInitialized = Counters::get(Counter::DisplaysInitialized);
+    counters.contextsAlive = Counters::get(Counter::ContextsAlive);
+    return counters;
+}
+
+void resetGpuCounters() {
+    Counters::resetCumulative();
+}
+
+bool gpuAvailable() {
+    return availability().available;
+}
+
+std::string gpuUnavailableReason() {
+    return availability().reason;
+}
+
+}  // namespace host
+}  // namespace zel
