@@ -1,0 +1,21 @@
+/*
+ * Host copy of the NDK's <android/rect.h>: the plain rectangle that android::Rect extends.
+ */
+#pragma once
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef struct ARect {
+    int32_t left;
+    int32_t top;
+    int32_t right;
+    int32_t bottom;
+} ARect;
+
+#ifdef __cplusplus
+}
+#endif

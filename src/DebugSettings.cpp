@@ -1,0 +1,64 @@
+#include "DebugSettings.h"
+
+#include <stdlib.h>
+
+#include <EGL/egl.h>
+#include <GLES3/gl31.h>
+#include <cutils/properties.h>
+
+#include "Log.h"
+
+extern "C" {
+int32_t ZEL_debug_level = 1;
+bool ZEL_debug_trace = false;
+bool ZEL_debug_dump = false;
+}
+
+bool ZEL_CheckGLError(const char* file, const char* func, int line) {
+    GLenum error = glGetError();
+    if (error == GL_NO_ERROR) {
+        return true;
+    }
+    // GL may hold several error flags at once; drain them all so the next check starts clean.
+    do {
+        ZEL_LOGE("file(%s), fun(%s), line(%d), glError(0x%x)", file, func, line, error);
+        error = glGetError();
+    } while (error != GL_NO_ERROR);
+    return false;
+}
+
+bool ZEL_CheckEGLError(const char* file, const char* func, int line) {
+    const EGLint error = eglGetError();
+    if (error == EGL_SUCCESS) {
+        return true;
+    }
+    ZEL_LOGE("file(%s), fun(%s), line(%d), eglGetError(0x%x)", file, func, line, error);
+    return false;
+}
+
+namespace kav {
+namespace zel {
+
+namespace {
+
+int readIntProperty(const char* key, const char* defaultValue) {
+    char value[PROPERTY_VALUE_MAX] = {};
+    property_get(key, value, defaultValue);
+    return atoi(value);
+}
+
+}  // namespace
+
+void loadDebugProperties() {
+    ZEL_debug_level = readIntProperty(kLogLevelProperty, "1");
+    ZEL_LOGD("%s %d", kLogLevelProperty, ZEL_debug_level);
+
+    ZEL_debug_dump = readIntProperty(kDumpProperty, "0") != 0;
+    ZEL_LOGD("%s %d", kDumpProperty, ZEL_debug_dump ? 1 : 0);
+
+    ZEL_debug_trace = readIntProperty(kSystraceProperty, "0") != 0;
+    ZEL_LOGD("%s %d", kSystraceProperty, ZEL_debug_trace ? 1 : 0);
+}
+
+}  // namespace zel
+}  // namespace kav

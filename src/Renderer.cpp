@@ -1,0 +1,85 @@
+#include <zel/Renderer.h>
+
+#include "Log.h"
+
+namespace kav {
+namespace zel {
+
+namespace {
+
+// The concrete renderers register here as they are built; until then creation yields nothing.
+std::shared_ptr<Renderer> createGlesRenderer(const Renderer::Args& /*args*/) {
+    return nullptr;
+}
+
+std::shared_ptr<Renderer> createThreadedGlesRenderer(const Renderer::Args& /*args*/) {
+    return nullptr;
+}
+
+}  // namespace
+
+std::shared_ptr<Renderer> Renderer::create(const Args& args) {
+    std::shared_ptr<Renderer> renderer;
+    if (args.rendererType == kTypeGlesThreaded) {
+        ZEL_LOGD("GLES Renderer Threaded");
+        renderer = createThreadedGlesRenderer(args);
+    } else if (args.rendererType == kTypeGles) {
+        ZEL_LOGD("GLES Renderer");
+        renderer = createGlesRenderer(args);
+    } else {
+        return renderer;
+    }
+    if (renderer) {
+        renderer->mRendererType = args.rendererType;
+        renderer->mContextPriority = args.contextPriority;
+        renderer->mProtection = args.enableProtectedContext ? PROTECTED : UNPROTECTED;
+    }
+    return renderer;
+}
+
+Renderer::~Renderer() = default;
+
+Protection Renderer::getProtection() {
+    return mProtection;
+}
+
+Renderer::ContextPriority Renderer::getContextPriority() {
+    return mContextPriority;
+}
+
+Status Renderer::setProtection(Protection protection) {
+    mProtection = protection;
+    return OK;
+}
+
+Status Renderer::setContextPriority(ContextPriority priority) {
+    mContextPriority = priority;
+    return OK;
+}
+
+Status Renderer::setConfig(Config /*key*/, void* /*value*/) {
+    return NOT_IMPLEMENTED;
+}
+
+Status Renderer::genTexture(uint32_t* /*texName*/, uint32_t /*width*/, uint32_t /*height*/,
+                            uint32_t /*format*/, uint32_t /*type*/, const void* /*data*/) {
+    return NOT_IMPLEMENTED;
+}
+
+Status Renderer::deleteTexture(const uint32_t* /*texName*/) {
+    return NOT_IMPLEMENTED;
+}
+
+Status Renderer::setListener(const android::wp<Listener>& listener) {
+    android::Mutex::Autolock lock(mListenerLock);
+    mListener = listener;
+    return OK;
+}
+
+android::sp<Renderer::Listener> Renderer::promoteListener() {
+    android::Mutex::Autolock lock(mListenerLock);
+    return mListener.promote();
+}
+
+}  // namespace zel
+}  // namespace kav

@@ -1,0 +1,112 @@
+// Extension strings split into names, and the process-wide flags they set.
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <zel/Debug.h>
+#include <zel/host/Log.h>
+
+#include "ExtensionSet.h"
+#include "Extensions.h"
+
+namespace kav {
+namespace zel {
+namespace gl {
+namespace {
+
+TEST(ExtensionSet, OnlyTheSpaceSeparatesWholeNames) {
+    const ExtensionSet set(" EGL_KHR_fence_sync  EGL_KHR_wait_sync ");
+    EXPECT_EQ(set.size(), 2u);
+    EXPECT_TRUE(set.hasExtension("EGL_KHR_fence_sync"));
+    EXPECT_TRUE(set.hasExtension("EGL_KHR_wait_sync"));
+    EXPECT_FALSE(set.hasExtension("EGL_KHR_fence"));
+    EXPECT_FALSE(set.hasExtension("egl_khr_fence_sync"));
+    EXPECT_FALSE(set.hasExtension(""));
+
+    // Tabs and newlines belong to the name; repeats count once.
+    const ExtensionSet odd("A\tB C\nD C A\tB");
+    EXPECT_EQ(odd.size(), 3u);
+    EXPECT_TRUE(odd.hasExtension("A\tB"));
+    EXPECT_TRUE(odd.hasExtension("C\nD"));
+    EXPECT_TRUE(odd.hasExtension("C"));
+    EXPECT_FALSE(odd.hasExtension("A"));
+    EXPECT_FALSE(odd.hasExtension("D"));
+
+    EXPECT_EQ(ExtensionSet("").size(), 0u);
+    EXPECT_EQ(ExtensionSet(nullptr).size(), 0u);
+}
+
+TEST(Extensions, EglFlagsAreTheUnionOfEveryDisplay) {
+    Extensions& extensions = Extensions::getInstance();
+    EXPECT_TRUE(Extensions::hasInstance());
+    EXPECT_FALSE(extensions.hasSurfacelessContext());
+
+    extensions.initWithEGLStrings(
+        "1.4 first", "EGL_KHR_surfaceless_context EGL_KHR_no_config_context EGL_KHR_fence_sync");
+    EXPECT_TRUE(extensions.hasSurfacelessContext());
+    EXPECT_TRUE(extensions.hasNoConfigContext());
+    EXPECT_FALSE(extensions.hasNativeFenceSync());
+
+    extensions.initWithEGLStrings("1.5 second",
+                                  "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
+    // The second display lacks surfaceless contexts, but flags are never cleared.
+    EXPECT_TRUE(extensions.hasSurfacelessContext());
+    EXPECT_TRUE(extensions.hasNoConfigContext());
+    EXPECT_TRUE(extensions.hasFenceSync());
+    EXPECT_TRUE(extensions.hasNativeFenceSync());
+    EXPECT_TRUE(extensions.hasImageCrop());
+    EXPECT_FALSE(extensions.hasWaitSync());
+    // Strings describe the latest display.
+    EXPECT_STREQ(extensions.getEGLVersion().c_str(), "1.5 second");
+    EXPECT_STREQ(extensions.getEGLExtensions().c_str(),
+                 "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
+}
+
+TEST(Extensions, EitherNoConfigNameCounts) {
+    Extensions::getInstance().initWithEGLStrings("1.5", "EGL_ANDROIDX_no_config_context");
+    EXPECT_TRUE(Extensions::getInstance().hasNoConfigContext());
+}
+
+TEST(Extensions, GlFlagsComeFromTheGlString) {
+    Extensions& extensions = Extensions::getInstance();
+    const auto text = [](const char* s) { return reinterpret_cast<const GLubyte*>(s); };
+    extensions.initWithGLStrings(
+        text("Vendor"), text("Renderer"), text("OpenGL ES 3.2"),
+        text("GL_OES_EGL_image GL_OES_EGL_image_external_essl3 GL_EXT_YUV_target"));
+    EXPECT_TRUE(extensions.hasOESFramebuffer());
+    EXPECT_TRUE(extensions.hasOESTextureESSL3());
+    EXPECT_TRUE(extensions.hasYUVTarget());
+    // "GL_OES_EGL_image_external" is a different name from its essl3 variant.
+    EXPECT_FALSE(extensions.hasOESTexture());
+    EXPECT_FALSE(extensions.hasChipCullDistance());
+    EXPECT_STREQ(extensions.getVersion().c_str(), "OpenGL ES 3.2");
+    EXPECT_STREQ(extensions.getVendor().c_str(), "Vendor");
+}
+
+TEST(Extensions, EmptyStringsSetNothingAndLogEveryFlagFalse) {
+    ::zel::host::setLogCapture(true);
+    ::zel::host::clearCapturedLogs();
+    ZEL_debug_level = 2;
+    Extensions::getInstance().initWithEGLStrings("", "");
+    Extensions::getInstance().initWithGLStrings(nullptr, nullptr, nullptr, nullptr);
+    ZEL_debug_level = 1;
+
+    std::string flags;
+    for (const auto& line : ::zel::host::capturedLogs()) {
+        if (line.message.find("mHas") != std::string::npos) {
+            flags += line.message + "\n";
+        }
+    }
+    EXPECT_EQ(flags.find("true"), std::string::npos) << flags;
+    size_t falses = 0;
+    for (size_t at = flags.find("false"); at != std::string::npos;
+         at = flags.find("false", at + 1)) {
+        ++falses;
+    }
+    EXPECT_EQ(falses, 15u) << flags;
+}
+
+}  // namespace
+}  // namespace gl
+}  // namespace zel
+}  // namespace kav
