@@ -1,0 +1,416 @@
+// The GPU layer presents itself as an Android driver: its extension string, the Android config and
+// context attributes, reference-counted initialisation, and the driver profiles that make it play
+// other drivers (set in code or through ZEL_HOST_DRIVER).
+#define EGL_EGLEXT_PROTOTYPES 1
+#define GL_GLEXT_PROTOTYPES 1
+#include <cstdlib>
+#include <cstring>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <EGL/egl.h>
+#include <EGL/eglext.h>
+#include <GLES3/gl32.h>
+#include <gtest/gtest.h>
+
+#include <hardware/gralloc.h>
+#include <ui/GraphicBuffer.h>
+#include <zel/host/Gpu.h>
+
+namespace {
+
+std::set<std::string> words(const char* text) {
+    std::set<std::string> result;
+    std::istringstream stream(text != nullptr ? text : "");
+    for (std::string word; stream >> word;) {
+        result.insert(word);
+    }
+    return result;
+}
+
+// The configs eglChooseConfig returns for `attribs`, in its order.
+std::vector<EGLConfig> choose(EGLDisplay display, const EGLint* attribs) {
+    EGLint count = 0;
+    EXPECT_TRUE(eglGetConfigs(display, nullptr, 0, &count));
+    std::vector<EGLConfig> configs(static_cast<size_t>(count));
+    EGLint found = 0;
+    EXPECT_TRUE(eglChooseConfig(display, attribs, configs.data(), count, &found));
+    configs.resize(static_cast<size_t>(found));
+    return configs;
+}
+
+EGLint attribute(EGLDisplay display, EGLConfig config, EGLint name) {
+    EGLint value = -1;
+    EXPECT_TRUE(eglGetConfigAttrib(display, config, name, &value)) << std::hex << name;
+    return value;
+}
+
+// What the library asks for: an RGBA8888 config for a renderable type, recordable, usable for
+// windows and pbuffers, and a framebuffer target.
+std::vector<EGLConfig> chooseAndroidConfigs(EGLDisplay display, EGLint renderableType) {
+    const EGLint attribs[] = {EGL_RENDERABLE_TYPE,
+                              renderableType,
+                              EGL_RECORDABLE_ANDROID,
+                              1,
+                              EGL_SURFACE_TYPE,
+                              EGL_WINDOW_BIT | EGL_PBUFFER_BIT,
+                              EGL_FRAMEBUFFER_TARGET_ANDROID,
+                              1,
+                              EGL_RED_SIZE,
+                              8,
+                              EGL_GREEN_SIZE,
+                              8,
+                              EGL_BLUE_SIZE,
+                              8,
+                              EGL_ALPHA_SIZE,
+                              8,
+                              EGL_NONE};
+    return choose(display, attribs);
+}
+
+EGLContext createContext(EGLDisplay display, EGLConfig config, std::vector<EGLint> attribs) {
+    attribs.push_back(EGL_NONE);
+    return eglCreateContext(display, config, EGL_NO_CONTEXT, attribs.data());
+}
+
+class AndroidDriver : public testing::Test {
+protected:
+    void SetUp() override {
+        if (!zel::host::gpuAvailable()) {
+            GTEST_SKIP() << "no usable EGL driver: " << zel::host::gpuUnavailableReason();
+        }
+        mDisplay = eglGetDisplay(EGL_DEFAULT_DISPLAY);
+    }
+
+    // Initialises the display with `switches` as the driver profile.
+    void bringUp(const std::string& switches) {
+        ASSERT_TRUE(zel::host::setDriverProfile(switches)) << switches;
+        ASSERT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
+    }
+
+    // Terminates the display for good, whatever the number of initialisations.
+    void terminateFully() {
+        eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        while (eglQueryString(mDisplay, EGL_VENDOR) != nullptr) {
+            ASSERT_TRUE(eglTerminate(mDisplay));
+        }
+    }
+
+    EGLDisplay mDisplay = EGL_NO_DISPLAY;
+};
+
+TEST_F(AndroidDriver, FullDriverAdvertisesAndAnswersTheAndroidAttributes) {
+    bringUp("");
+    const char* extensions = eglQueryString(mDisplay, EGL_EXTENSIONS);
+    const std::set<std::string> names = words(extensions);
+    for (const char* name :
+         {"EGL_ANDROID_image_native_buffer", "EGL_ANDROID_native_fence_sync",
+          "EGL_ANDROID_image_crop", "EGL_ANDROID_recordable", "EGL_ANDROID_framebuffer_target",
+          "EGL_IMG_context_priority", "EGL_EXT_protected_content",
+          // The driver's own.
+          "EGL_KHR_image_base", "EGL_KHR_fence_sync", "EGL_KHR_surfaceless_context",
+          "EGL_KHR_no_config_context"}) {
+        EXPECT_EQ(names.count(name), 1u) << name;
+    }
+    EXPECT_EQ(std::string(extensions).find("EGL_ANDROID_native_fence_sync"),
+              std::string(extensions).rfind("EGL_ANDROID_native_fence_sync"));
+    // The same string, at the same address, every time.
+    EXPECT_EQ(eglQueryString(mDisplay, EGL_EXTENSIONS), extensions);
+
+    // The library's first choice exists and is an RGBA8888 window config.
+    std::vector<EGLConfig> configs = chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT);
+    ASSERT_FALSE(configs.empty());
+    for (EGLConfig config : configs) {
+        EXPECT_EQ(attribute(mDisplay, config, EGL_NATIVE_VISUAL_ID), HAL_PIXEL_FORMAT_RGBA_8888);
+        EXPECT_EQ(attribute(mDisplay, config, EGL_RECORDABLE_ANDROID), EGL_TRUE);
+        EXPECT_EQ(attribute(mDisplay, config, EGL_FRAMEBUFFER_TARGET_ANDROID), EGL_TRUE);
+        EXPECT_NE(attribute(mDisplay, config, EGL_SURFACE_TYPE) & EGL_WINDOW_BIT, 0);
+        EXPECT_NE(attribute(mDisplay, config, EGL_RENDERABLE_TYPE) & EGL_OPENGL_ES3_BIT, 0);
+        EXPECT_EQ(attribute(mDisplay, config, EGL_CONFIG_CAVEAT), EGL_NONE);
+    }
+    // EGL's default criteria (no list) ask for window configs: there are some, and among them
+    // the library's fallback finds native visual 1.
+    std::vector<EGLConfig> defaults = choose(mDisplay, nullptr);
+    size_t rgba = 0;
+    for (EGLConfig config : defaults) {
+        rgba += attribute(mDisplay, config, EGL_NATIVE_VISUAL_ID) == HAL_PIXEL_FORMAT_RGBA_8888;
+    }
+    EXPECT_GT(rgba, 0u);
+    // Selection by native visual and recordable goes both ways.
+    const EGLint visual565[] = {EGL_NATIVE_VISUAL_ID, HAL_PIXEL_FORMAT_RGB_565, EGL_SURFACE_TYPE,
+                                EGL_PBUFFER_BIT, EGL_NONE};
+    for (EGLConfig config : choose(mDisplay, visual565)) {
+        EXPECT_EQ(attribute(mDisplay, config, EGL_RED_SIZE), 5);
+    }
+    const EGLint notRecordable[] = {EGL_RECORDABLE_ANDROID, EGL_FALSE, EGL_SURFACE_TYPE,
+                                    EGL_PBUFFER_BIT, EGL_NONE};
+    for (EGLConfig config : choose(mDisplay, notRecordable)) {
+        EXPECT_EQ(attribute(mDisplay, config, EGL_NATIVE_VISUAL_ID), 0);
+    }
+    // A count-only query and a short array agree with the full answer.
+    EGLint count = 0;
+    const EGLint es3[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_ES3_BIT, EGL_NONE};
+    EXPECT_TRUE(eglChooseConfig(mDisplay, es3, nullptr, 0, &count));
+    EXPECT_EQ(static_cast<size_t>(count), choose(mDisplay, es3).size());
+    EGLConfig one = nullptr;
+    EXPECT_TRUE(eglChooseConfig(mDisplay, es3, &one, 1, &count));
+    EXPECT_EQ(count, 1);
+    // Invalid configs are the driver's business.
+    EGLint value = 0;
+    EXPECT_FALSE(eglGetConfigAttrib(mDisplay, reinterpret_cast<EGLConfig>(0x1234),
+                                    EGL_RECORDABLE_ANDROID, &value));
+    EXPECT_EQ(eglGetError(), EGL_BAD_CONFIG);
+    terminateFully();
+}
+
+TEST_F(AndroidDriver, ContextAndSurfaceAttributesAreRecordedAndAnswered) {
+    bringUp("");
+    std::vector<EGLConfig> configs = chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT);
+    ASSERT_FALSE(configs.empty());
+    struct Case {
+        std::vector<EGLint> attribs;
+        EGLint priority;
+        EGLint protection;
+    };
+    const Case cases[] = {
+        {{EGL_CONTEXT_CLIENT_VERSION, 3}, EGL_CONTEXT_PRIORITY_MEDIUM_IMG, EGL_FALSE},
+        {{EGL_CONTEXT_CLIENT_VERSION, 3, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
+          EGL_CONTEXT_PRIORITY_HIGH_IMG},
+         EGL_CONTEXT_PRIORITY_HIGH_IMG,
+         EGL_FALSE},
+        {{EGL_CONTEXT_CLIENT_VERSION, 3, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
+          EGL_CONTEXT_PRIORITY_LOW_IMG, EGL_PROTECTED_CONTENT_EXT, EGL_TRUE},
+         EGL_CONTEXT_PRIORITY_LOW_IMG,
+         EGL_TRUE},
+        {{EGL_CONTEXT_CLIENT_VERSION, 2, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
+          EGL_CONTEXT_PRIORITY_REALTIME_NV},
+         EGL_CONTEXT_PRIORITY_REALTIME_NV,
+         EGL_FALSE},
+    };
+    for (const Case& c : cases) {
+        for (EGLConfig config : {configs[0], static_cast<EGLConfig>(EGL_NO_CONFIG_KHR)}) {
+            EGLContext context = createContext(mDisplay, config, c.attribs);
+            ASSERT_NE(context, EGL_NO_CONTEXT) << std::hex << eglGetError();
+            EGLint value = 0;
+            EXPECT_TRUE(eglQueryContext(mDisplay, context, EGL_CONTEXT_PRIORITY_LEVEL_IMG, &value));
+            EXPECT_EQ(value, c.priority);
+            EXPECT_TRUE(eglQueryContext(mDisplay, context, EGL_PROTECTED_CONTENT_EXT, &value));
+            EXPECT_EQ(value, c.protection);
+            EXPECT_TRUE(eglQueryContext(mDisplay, context, EGL_CONTEXT_CLIENT_VERSION, &value));
+            EXPECT_EQ(value, c.attribs[1]);
+            EXPECT_TRUE(eglDestroyContext(mDisplay, context));
+        }
+    }
+    EXPECT_EQ(createContext(mDisplay, configs[0], {EGL_CONTEXT_PRIORITY_LEVEL_IMG, 0x3104}),
+              EGL_NO_CONTEXT);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
+    EXPECT_EQ(createContext(mDisplay, configs[0], {EGL_PROTECTED_CONTENT_EXT, 7}), EGL_NO_CONTEXT);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
+
+    // Pbuffers take EGL_PROTECTED_CONTENT_EXT too.
+    const EGLint pbuffer[] = {EGL_WIDTH, 1, EGL_HEIGHT, 1, EGL_PROTECTED_CONTENT_EXT, 1, EGL_NONE};
+    EGLSurface surface = eglCreatePbufferSurface(mDisplay, configs[0], pbuffer);
+    ASSERT_NE(surface, EGL_NO_SURFACE) << std::hex << eglGetError();
+    EGLint value = 0;
+    EXPECT_TRUE(eglQuerySurface(mDisplay, surface, EGL_PROTECTED_CONTENT_EXT, &value));
+    EXPECT_EQ(value, EGL_TRUE);
+    EXPECT_TRUE(eglQuerySurface(mDisplay, surface, EGL_WIDTH, &value));
+    EXPECT_EQ(value, 1);
+    EXPECT_TRUE(eglDestroySurface(mDisplay, surface));
+    terminateFully();
+}
+
+TEST_F(AndroidDriver, TerminateCountsInitializationsAsOnAndroid) {
+    bringUp("");
+    ASSERT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
+    const EGLint attribs[] = {EGL_CONTEXT_CLIENT_VERSION, 3, EGL_NONE};
+    EGLContext context = eglCreateContext(mDisplay, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, attribs);
+    ASSERT_NE(context, EGL_NO_CONTEXT);
+    const uint64_t alive = zel::host::gpuCounters().contextsAlive;
+
+    // Two initialisations, one termination: the display stays up with its context.
+    EXPECT_TRUE(eglTerminate(mDisplay));
+    EXPECT_NE(eglQueryString(mDisplay, EGL_VENDOR), nullptr);
+    EXPECT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, context));
+    EXPECT_EQ(zel::host::gpuCounters().contextsAlive, alive);
+    EXPECT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT));
+
+    // The second one terminates it, and its contexts with it.
+    EXPECT_TRUE(eglTerminate(mDisplay));
+    EXPECT_EQ(eglQueryString(mDisplay, EGL_VENDOR), nullptr);
+    EXPECT_EQ(eglGetError(), EGL_NOT_INITIALIZED);
+    EXPECT_EQ(zel::host::gpuCounters().contextsAlive, alive - 1);
+    // Terminating a terminated display succeeds and changes nothing.
+    EXPECT_TRUE(eglTerminate(mDisplay));
+    EXPECT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
+    EXPECT_NE(eglQueryString(mDisplay, EGL_VENDOR), nullptr);
+    terminateFully();
+}
+
+TEST_F(AndroidDriver, ConfigListProfiles) {
+    // ES 2 only: the library's ES 3 choice finds nothing, its ES 2 choice does, and such a config
+    // refuses an ES 3 context.
+    bringUp("configs-es2");
+    EXPECT_TRUE(chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT).empty());
+    std::vector<EGLConfig> es2 = chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES2_BIT);
+    ASSERT_FALSE(es2.empty());
+    EXPECT_EQ(attribute(mDisplay, es2[0], EGL_RENDERABLE_TYPE) & EGL_OPENGL_ES3_BIT, 0);
+    EXPECT_EQ(createContext(mDisplay, es2[0], {EGL_CONTEXT_CLIENT_VERSION, 3}), EGL_NO_CONTEXT);
+    EXPECT_EQ(eglGetError(), EGL_BAD_MATCH);
+    EGLContext context = createContext(mDisplay, es2[0], {EGL_CONTEXT_CLIENT_VERSION, 2});
+    EXPECT_NE(context, EGL_NO_CONTEXT);
+    eglDestroyContext(mDisplay, context);
+    terminateFully();
+
+    // No Android attributes: neither renderable type matches; the fallback by visual still does.
+    bringUp("configs-no-android");
+    EXPECT_TRUE(chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT).empty());
+    EXPECT_TRUE(chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES2_BIT).empty());
+    bool visualFound = false;
+    for (EGLConfig config : choose(mDisplay, nullptr)) {
+        visualFound |=
+            attribute(mDisplay, config, EGL_NATIVE_VISUAL_ID) == HAL_PIXEL_FORMAT_RGBA_8888;
+        EXPECT_EQ(attribute(mDisplay, config, EGL_RECORDABLE_ANDROID), EGL_FALSE);
+    }
+    EXPECT_TRUE(visualFound);
+    terminateFully();
+
+    // Slow configs are still chosen, and say so.
+    bringUp("configs-slow");
+    std::vector<EGLConfig> slow = chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT);
+    ASSERT_FALSE(slow.empty());
+    EXPECT_EQ(attribute(mDisplay, slow[0], EGL_CONFIG_CAVEAT), EGL_SLOW_CONFIG);
+    terminateFully();
+}
+
+TEST_F(AndroidDriver, ContextProfiles) {
+    // A driver that refuses ES 3 contexts: the library's retry with version 2 works.
+    bringUp("fail-es3-context");
+    EXPECT_EQ(createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3}),
+              EGL_NO_CONTEXT);
+    EXPECT_EQ(eglGetError(), EGL_BAD_MATCH);
+    EGLContext es2 = createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 2});
+    EXPECT_NE(es2, EGL_NO_CONTEXT);
+
+    // Contexts take the profile in force when they are created.
+    ASSERT_TRUE(zel::host::setDriverProfile("gl-version=OpenGL ES 2.0 Zel,fail-make-current"));
+    EGLContext old = es2;
+    EGLContext overridden =
+        createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3});
+    ASSERT_NE(overridden, EGL_NO_CONTEXT);
+    EXPECT_FALSE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, overridden));
+    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
+    ASSERT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, old));
+    const std::string driverVersion = reinterpret_cast<const char*>(glGetString(GL_VERSION));
+    EXPECT_EQ(driverVersion.rfind("OpenGL ES 3.", 0), 0u) << driverVersion;
+
+    ASSERT_TRUE(zel::host::setDriverProfile("gl-version=OpenGL ES 2.0 Zel"));
+    EGLContext es20 = createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3});
+    ASSERT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, es20));
+    EXPECT_STREQ(reinterpret_cast<const char*>(glGetString(GL_VERSION)), "OpenGL ES 2.0 Zel");
+    EXPECT_NE(glGetString(GL_RENDERER), nullptr);
+
+    ASSERT_TRUE(zel::host::setDriverProfile("fail-context"));
+    EXPECT_EQ(createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 2}),
+              EGL_NO_CONTEXT);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
+    terminateFully();
+}
+
+TEST_F(AndroidDriver, ExtensionProfilesTakeEffectOnTheNextInitialization) {
+    bringUp(
+        "no-native-fence-sync,no-surfaceless,no-config-context,+EGL_ZEL_extra,"
+        "-EGL_KHR_image_base,fail-fence-dup");
+    const char* extensions = eglQueryString(mDisplay, EGL_EXTENSIONS);
+    std::set<std::string> names = words(extensions);
+    for (const char* gone :
+         {"EGL_ANDROID_native_fence_sync", "EGL_KHR_surfaceless_context",
+          "EGL_KHR_no_config_context", "EGL_MESA_configless_context", "EGL_KHR_image_base"}) {
+        EXPECT_EQ(names.count(gone), 0u) << gone;
+    }
+    EXPECT_EQ(names.count("EGL_ZEL_extra"), 1u);
+    EXPECT_EQ(names.count("EGL_ANDROID_image_native_buffer"), 1u);
+
+    // Without the extension there are no native fences.
+    EGLContext context =
+        createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3});
+    ASSERT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, context));
+    EXPECT_EQ(eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr), EGL_NO_SYNC_KHR);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
+
+    // A profile set now changes nothing until the display is brought up again.
+    ASSERT_TRUE(zel::host::setDriverProfile("fail-fence"));
+    ASSERT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
+    EXPECT_EQ(eglQueryString(mDisplay, EGL_EXTENSIONS), extensions);
+    EXPECT_TRUE(eglTerminate(mDisplay));
+    terminateFully();
+
+    bringUp("fail-fence");
+    EXPECT_EQ(
+        words(eglQueryString(mDisplay, EGL_EXTENSIONS)).count("EGL_ANDROID_native_fence_sync"), 1u);
+    context = createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3});
+    ASSERT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, context));
+    EXPECT_EQ(eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr), EGL_NO_SYNC_KHR);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
+    terminateFully();
+
+    bringUp("fail-fence-dup");
+    const uint64_t handedOut = zel::host::gpuCounters().fenceFdsCreated;
+    context = createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 3});
+    ASSERT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, context));
+    EGLSyncKHR sync = eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
+    ASSERT_NE(sync, EGL_NO_SYNC_KHR);
+    EXPECT_EQ(eglDupNativeFenceFDANDROID(mDisplay, sync), EGL_NO_NATIVE_FENCE_FD_ANDROID);
+    EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
+    EXPECT_EQ(eglClientWaitSyncKHR(mDisplay, sync, 0, 0), EGL_CONDITION_SATISFIED_KHR);
+    EXPECT_TRUE(eglDestroySyncKHR(mDisplay, sync));
+    EXPECT_EQ(zel::host::gpuCounters().fenceFdsCreated, handedOut);
+    terminateFully();
+
+    bringUp("fail-image");
+    android::sp<android::GraphicBuffer> buffer =
+        new android::GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGBA_8888, 1, GRALLOC_USAGE_HW_TEXTURE);
+    EXPECT_EQ(eglCreateImageKHR(mDisplay, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
+                                static_cast<EGLClientBuffer>(buffer->getNativeBuffer()), nullptr),
+              EGL_NO_IMAGE_KHR);
+    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
+    terminateFully();
+}
+
+TEST(AndroidDriverProfile, SwitchesParseFromTheEnvironmentSyntax) {
+    zel::host::DriverProfile profile;
+    std::string error;
+    EXPECT_FALSE(zel::host::parseDriverProfile(
+        " configs-es2 , gl-version=OpenGL ES 3.2 build 7,,-EGL_KHR_fence_sync,+EGL_X,"
+        "fail-es3-context,chroma-top-left,bogus,fail-image",
+        &profile, &error));
+    EXPECT_EQ(error, "bogus");
+    EXPECT_TRUE(profile.es2OnlyConfigs);
+    EXPECT_EQ(profile.glVersion, "OpenGL ES 3.2 build 7");
+    EXPECT_EQ(profile.removedEglExtensions, std::vector<std::string>{"EGL_KHR_fence_sync"});
+    EXPECT_EQ(profile.addedEglExtensions, std::vector<std::string>{"EGL_X"});
+    EXPECT_TRUE(profile.failEs3Contexts);
+    EXPECT_TRUE(profile.chromaTopLeftSample);
+    EXPECT_TRUE(profile.failImageCreation);  // known switches after an unknown one still apply
+    EXPECT_FALSE(profile.failAllContexts);
+    EXPECT_FALSE(profile.slowConfigs);
+
+    // An unknown switch sets nothing.
+    EXPECT_FALSE(zel::host::setDriverProfile("fail-fence,nonsense"));
+    EXPECT_FALSE(zel::host::driverProfile().failFenceCreation);
+
+    // ZEL_HOST_DRIVER is the profile to go back to.
+    setenv("ZEL_HOST_DRIVER", "configs-slow,no-native-fence-sync", 1);
+    zel::host::resetDriverProfile();
+    profile = zel::host::driverProfile();
+    EXPECT_TRUE(profile.slowConfigs);
+    EXPECT_EQ(profile.removedEglExtensions,
+              std::vector<std::string>{"EGL_ANDROID_native_fence_sync"});
+    unsetenv("ZEL_HOST_DRIVER");
+    zel::host::resetDriverProfile();
+    EXPECT_FALSE(zel::host::driverProfile().slowConfigs);
+}
+
+}  // namespace
