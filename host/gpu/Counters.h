@@ -14,8 +14,16 @@ enum class Counter : size_t {
     // Cumulative: reset by resetGpuCounters().
     ContextsCreated,
     DisplaysInitialized,
+    ImagesCreated,
+    ShadersCompiled,
+    ProgramsLinked,
+    Draws,
+    Uploads,
+    WriteBacks,
+    FenceFdsCreated,
     // Live objects: they follow what exists and are never reset.
     ContextsAlive,
+    ImagesAlive,
     Count,
 };
 

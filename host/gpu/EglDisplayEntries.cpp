@@ -1,18 +1,30 @@
 /*
- * Hand-written EGL display entry points: display selection and the bookkeeping of initialise and
- * terminate.
+ * Hand-written EGL display entry points: display selection, initialise and terminate counted per
+ * display as on Android (the driver's display is terminated when every eglInitialize has been
+ * matched by an eglTerminate), and the extension string of the emulated driver.
  */
 #include "ContextRegistry.h"
 #include "Counters.h"
+#include "DisplayRegistry.h"
 #include "DisplaySelection.h"
 #include "EglError.h"
+#include "HandleRegistry.h"
 #include "MesaDriver.h"
+#include "NativeBufferImage.h"
+#include "NativeFence.h"
+#include "SurfaceRegistry.h"
 
 using zel::hostgpu::ContextRegistry;
 using zel::hostgpu::Counter;
 using zel::hostgpu::Counters;
+using zel::hostgpu::DisplayRegistry;
+using zel::hostgpu::DisplayState;
 using zel::hostgpu::EglError;
+using zel::hostgpu::HandleRegistry;
 using zel::hostgpu::mesa;
+using zel::hostgpu::NativeBufferImage;
+using zel::hostgpu::NativeFence;
+using zel::hostgpu::SurfaceRegistry;
 
 extern "C" {
 
@@ -48,19 +60,41 @@ EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay dpy, EGLint* major, EGLint* mino
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglInitialize(dpy, major, minor);
     if (result) {
+        DisplayRegistry::instance().obtain(dpy).addInitialization();
         Counters::add(Counter::DisplaysInitialized);
     }
     return result;
 }
 
 EGLBoolean EGLAPIENTRY eglTerminate(EGLDisplay dpy) {
+    DisplayState* display = DisplayRegistry::instance().initialized(dpy);
+    if (display != nullptr && !display->dropInitialization()) {
+        // Another eglInitialize of this display is still unmatched.
+        EglError::set(EGL_SUCCESS);
+        return EGL_TRUE;
+    }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglTerminate(dpy);
-    if (result) {
-        // Terminating releases every context of the display (a current one once it is released).
+    if (result && display != nullptr) {
+        display->terminated();
+        // Terminating releases every object of the display (a current context once it is
+        // released; an image once no texture uses it).
         ContextRegistry::instance().removeDisplay(dpy);
+        HandleRegistry<NativeBufferImage>::instance().removeDisplay(dpy);
+        HandleRegistry<NativeFence>::instance().removeDisplay(dpy);
+        SurfaceRegistry::instance().removeDisplay(dpy);
     }
     return result;
+}
+
+const char* EGLAPIENTRY eglQueryString(EGLDisplay dpy, EGLint name) {
+    EglError::deferToDriver();
+    const char* driverValue = mesa().eglQueryString(dpy, name);
+    if (driverValue == nullptr || name != EGL_EXTENSIONS || dpy == EGL_NO_DISPLAY) {
+        // Client extensions (EGL_NO_DISPLAY) and the other strings are the driver's.
+        return driverValue;
+    }
+    return DisplayRegistry::instance().obtain(dpy).extensions();
 }
 
 }  // extern "C"

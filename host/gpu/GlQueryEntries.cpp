@@ -1,9 +1,13 @@
 /*
- * Hand-written GL query entry points.
+ * Hand-written GL query entry points: injected errors, and the GL_VERSION a driver profile gives
+ * the current context.
  */
+#include "CurrentContext.h"
 #include "GlErrorQueue.h"
 #include "MesaDriver.h"
 
+using zel::hostgpu::ContextState;
+using zel::hostgpu::CurrentContext;
 using zel::hostgpu::GlErrorQueue;
 using zel::hostgpu::mesa;
 
@@ -15,6 +19,14 @@ GL_APICALL GLenum GL_APIENTRY glGetError(void) {
         return error;
     }
     return mesa().glGetError();
+}
+
+GL_APICALL const GLubyte* GL_APIENTRY glGetString(GLenum name) {
+    ContextState* context = CurrentContext::get();
+    if (name == GL_VERSION && context != nullptr && context->attributes().glVersion != nullptr) {
+        return reinterpret_cast<const GLubyte*>(context->attributes().glVersion);
+    }
+    return mesa().glGetString(name);
 }
 
 }  // extern "C"

@@ -7,6 +7,8 @@
 
 #include "Counters.h"
 #include "DisplaySelection.h"
+#include "DriverProfileStore.h"
+#include "FenceFdTracker.h"
 #include "GlErrorQueue.h"
 #include "MesaDriver.h"
 
@@ -60,12 +62,47 @@ GpuCounters gpuCounters() {
     GpuCounters counters;
     counters.contextsCreated = Counters::get(Counter::ContextsCreated);
     counters.displaysInitialized = Counters::get(Counter::DisplaysInitialized);
+    counters.imagesCreated = Counters::get(Counter::ImagesCreated);
+    counters.shadersCompiled = Counters::get(Counter::ShadersCompiled);
+    counters.programsLinked = Counters::get(Counter::ProgramsLinked);
+    counters.draws = Counters::get(Counter::Draws);
+    counters.uploads = Counters::get(Counter::Uploads);
+    counters.writeBacks = Counters::get(Counter::WriteBacks);
+    counters.fenceFdsCreated = Counters::get(Counter::FenceFdsCreated);
     counters.contextsAlive = Counters::get(Counter::ContextsAlive);
+    counters.imagesAlive = Counters::get(Counter::ImagesAlive);
+    counters.fenceFdsOpen = hostgpu::FenceFdTracker::instance().openCount();
     return counters;
 }
 
 void resetGpuCounters() {
     Counters::resetCumulative();
+}
+
+bool parseDriverProfile(const std::string& switches, DriverProfile* outProfile,
+                        std::string* outError) {
+    return hostgpu::DriverProfileStore::parse(switches, outProfile, outError);
+}
+
+void setDriverProfile(const DriverProfile& profile) {
+    hostgpu::DriverProfileStore::instance().set(profile);
+}
+
+bool setDriverProfile(const std::string& switches) {
+    DriverProfile profile;
+    if (!parseDriverProfile(switches, &profile)) {
+        return false;
+    }
+    setDriverProfile(profile);
+    return true;
+}
+
+DriverProfile driverProfile() {
+    return hostgpu::DriverProfileStore::instance().current();
+}
+
+void resetDriverProfile() {
+    hostgpu::DriverProfileStore::instance().reset();
 }
 
 bool gpuAvailable() {

@@ -16,3 +16,12 @@
 #include <EGL/eglext.h>
 #include <GLES3/gl32.h>
 #include <GLES2/gl2ext.h>
+
+// EGL_ANDROID_image_crop is missing from some versions of the Khronos headers.
+#ifndef EGL_ANDROID_image_crop
+#define EGL_ANDROID_image_crop 1
+#define EGL_IMAGE_CROP_LEFT_ANDROID 0x3148
+#define EGL_IMAGE_CROP_TOP_ANDROID 0x3149
+#define EGL_IMAGE_CROP_RIGHT_ANDROID 0x314A
+#define EGL_IMAGE_CROP_BOTTOM_ANDROID 0x314B
+#endif

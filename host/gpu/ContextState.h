@@ -1,0 +1,65 @@
+/*
+ * What the layer knows about one EGL context beyond what the driver sees: the attributes it
+ * answers itself (priority, protection), the driver profile switches that apply to the context,
+ * its share group, and which of its framebuffers have image textures attached (framebuffers are
+ * not shared between contexts).
+ *
+ * The per-framebuffer records are only touched on the thread where the context is current.
+ */
+#pragma once
+
+#include <map>
+#include <memory>
+#include <vector>
+
+#include "KhronosApi.h"
+#include "ShareGroup.h"
+
+namespace zel {
+namespace hostgpu {
+
+struct ContextAttributes {
+    EGLDisplay display = EGL_NO_DISPLAY;
+    EGLint clientVersion = 1;
+    EGLint priority = EGL_CONTEXT_PRIORITY_MEDIUM_IMG;
+    bool isProtected = false;
+    const char* glVersion = nullptr;  // GL_VERSION override; null: the driver's
+    bool failMakeCurrent = false;
+};
+
+class ContextState {
+public:
+    ContextState(const ContextAttributes& attributes, std::shared_ptr<ShareGroup> shareGroup);
+    ContextState(const ContextState&) = delete;
+    ContextState& operator=(const ContextState&) = delete;
+
+    const ContextAttributes& attributes() const { return mAttributes; }
+    EGLDisplay display() const { return mAttributes.display; }
+    ShareGroup& shareGroup() const { return *mShareGroup; }
+    const std::shared_ptr<ShareGroup>& sharedGroup() const { return mShareGroup; }
+
+    // A framebuffer of this context that the layer uses to read textures back; made on first use
+    // (current context needed) and released by the driver with the context.
+    GLuint writeBackFramebuffer();
+    // Writes every image texture of the share group with pending rendering back into its buffer
+    // (the context must be current); returns how many.
+    size_t writeBackAll();
+
+    // Attachment points of framebuffers that hold a client texture with an image.
+    void setAttachment(GLuint framebuffer, GLenum attachment, GLuint clientTexture);
+    void clearAttachment(GLuint framebuffer, GLenum attachment);
+    void forgetFramebuffer(GLuint framebuffer);
+    void forgetTexture(GLuint clientTexture);
+    bool hasAttachments() const { return !mAttachments.empty(); }
+    // The client textures attached to `framebuffer`.
+    std::vector<GLuint> attachedTextures(GLuint framebuffer) const;
+
+private:
+    const ContextAttributes mAttributes;
+    const std::shared_ptr<ShareGroup> mShareGroup;
+    GLuint mWriteBackFramebuffer = 0;
+    std::map<GLuint, std::map<GLenum, GLuint>> mAttachments;
+};
+
+}  // namespace hostgpu
+}  // namespace zel
