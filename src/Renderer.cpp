@@ -1,31 +1,23 @@
 #include <zel/Renderer.h>
 
+#include "GLESRenderer.h"
 #include "Log.h"
+#include "RendererThreaded.h"
 
 namespace kav {
 namespace zel {
-
-namespace {
-
-// The concrete renderers register here as they are built; until then creation yields nothing.
-std::shared_ptr<Renderer> createGlesRenderer(const Renderer::Args& /*args*/) {
-    return nullptr;
-}
-
-std::shared_ptr<Renderer> createThreadedGlesRenderer(const Renderer::Args& /*args*/) {
-    return nullptr;
-}
-
-}  // namespace
 
 std::shared_ptr<Renderer> Renderer::create(const Args& args) {
     std::shared_ptr<Renderer> renderer;
     if (args.rendererType == kTypeGlesThreaded) {
         ZEL_LOGD("GLES Renderer Threaded");
-        renderer = createThreadedGlesRenderer(args);
+        RendererThreaded::Factory factory = [](const Renderer::Args& innerArgs) {
+            return std::shared_ptr<Renderer>(GLESRenderer::create(innerArgs));
+        };
+        renderer = RendererThreaded::create(std::move(factory), args);
     } else if (args.rendererType == kTypeGles) {
         ZEL_LOGD("GLES Renderer");
-        renderer = createGlesRenderer(args);
+        renderer = GLESRenderer::create(args);
     } else {
         return renderer;
     }

@@ -17,14 +17,11 @@
 #include <memory>
 #include <vector>
 
+#include <ui/Fence.h>
 #include <ui/Rect.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/StrongPointer.h>
-
-namespace android {
-class Fence;
-}  // namespace android
 
 namespace kav {
 namespace zel {

@@ -2,6 +2,8 @@
 
 #include <cstddef>
 #include <string>
+
+#include <android/log.h>
 #include <string_view>
 #include <vector>
 
