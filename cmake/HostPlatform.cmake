@@ -27,3 +27,5 @@ target_include_directories(zel_platform_headers SYSTEM INTERFACE
 # Debian ships Android 10 headers, which use std integer types without including <cstdint>.
 target_compile_options(zel_platform_headers INTERFACE
     "$<$<COMPILE_LANGUAGE:CXX>:SHELL:-include cstdint>")
+# The library calls EGL and GL extension entry points directly, as Android's platform libraries do.
+target_compile_definitions(zel_platform_headers INTERFACE EGL_EGLEXT_PROTOTYPES GL_GLEXT_PROTOTYPES)

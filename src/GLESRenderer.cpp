@@ -39,6 +39,23 @@ EGLint contextPriorityLevel(Renderer::ContextPriority priority) {
     }
 }
 
+// A creation that fails half-way gives back what it made, in the destructor's order, so that a
+// caller retrying creation leaks neither contexts nor display references.
+void releaseEgl(EGLDisplay display, EGLSurface surface, EGLContext context) {
+    if (surface != EGL_NO_SURFACE) {
+        eglDestroySurface(display, surface);
+        ZEL_CHECK_EGL();
+    }
+    if (context != EGL_NO_CONTEXT) {
+        eglDestroyContext(display, context);
+        ZEL_CHECK_EGL();
+    }
+    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+    ZEL_CHECK_EGL();
+    eglTerminate(display);
+    ZEL_CHECK_EGL();
+}
+
 }  // namespace
 
 std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
@@ -59,6 +76,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
         createEglContext(display, config, EGL_NO_CONTEXT, args.contextPriority, protection);
     if (context == EGL_NO_CONTEXT) {
         ZEL_LOGE("can't create context");
+        releaseEgl(display, EGL_NO_SURFACE, EGL_NO_CONTEXT);
         return nullptr;
     }
     EGLSurface surface = createEglSurface(display, config, protection);
@@ -68,6 +86,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
     ZEL_CHECK_EGL();
     if (!current) {
         ZEL_LOGE("can't make stub pbuffer current");
+        releaseEgl(display, surface, context);
         return nullptr;
     }
 
@@ -82,6 +101,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
             ZEL_FATAL("requires OpenGL ES 3.0 minimum to run.");
         }
         ZEL_LOGE("OpenGL ES create render failed");
+        releaseEgl(display, surface, context);
         return nullptr;
     }
 
@@ -122,19 +142,8 @@ GLESRenderer::GLESRenderer(EGLDisplay display, EGLConfig /*config*/, EGLContext 
 
 GLESRenderer::~GLESRenderer() {
     ZEL_TRACE_NAME("~GLESRenderer");
-    if (mStubSurface != EGL_NO_SURFACE) {
-        eglDestroySurface(mDisplay, mStubSurface);
-        ZEL_CHECK_EGL();
-    }
-    if (mContext != EGL_NO_CONTEXT) {
-        eglDestroyContext(mDisplay, mContext);
-        ZEL_CHECK_EGL();
-    }
     // The context is released after it was destroyed: EGL frees it once it is no longer current.
-    eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    ZEL_CHECK_EGL();
-    eglTerminate(mDisplay);
-    ZEL_CHECK_EGL();
+    releaseEgl(mDisplay, mStubSurface, mContext);
     mDisplay = EGL_NO_DISPLAY;
 }
 
