@@ -9,11 +9,14 @@ ContextState::ContextState(const ContextAttributes& attributes,
                            std::shared_ptr<ShareGroup> shareGroup)
     : mAttributes(attributes), mShareGroup(std::move(shareGroup)) {}
 
-GLuint ContextState::writeBackFramebuffer() {
-    if (mWriteBackFramebuffer == 0) {
-        mesa().glGenFramebuffers(1, &mWriteBackFramebuffer);
+const PassResources& ContextState::passResources() {
+    if (mPassResources.framebuffer == 0) {
+        mesa().glGenFramebuffers(1, &mPassResources.framebuffer);
+        mesa().glGenVertexArrays(1, &mPassResources.vertexArray);
+        mPassResources.programs = &mShareGroup->passPrograms();
+        mPassResources.chromaTopLeft = mAttributes.chromaTopLeft;
     }
-    return mWriteBackFramebuffer;
+    return mPassResources;
 }
 
 size_t ContextState::writeBackAll() {
@@ -21,7 +24,7 @@ size_t ContextState::writeBackAll() {
     if (!mShareGroup->hasImageTextures()) {
         return 0;
     }
-    return mShareGroup->writeBack(writeBackFramebuffer());
+    return mShareGroup->writeBack(passResources());
 }
 
 void ContextState::setAttachment(GLuint framebuffer, GLenum attachment, GLuint clientTexture) {

@@ -1,8 +1,8 @@
 /*
  * What the layer knows about one EGL context beyond what the driver sees: the attributes it
- * answers itself (priority, protection), the driver profile switches that apply to the context,
- * its share group, and which of its framebuffers have image textures attached (framebuffers are
- * not shared between contexts).
+ * answers itself (priority, protection), the driver profile switches that apply to the context
+ * (GL_VERSION, make-current failure, chroma of write-backs), its share group, and which of its
+ * framebuffers have image textures attached (framebuffers are not shared between contexts).
  *
  * The per-framebuffer records are only touched on the thread where the context is current.
  */
@@ -25,6 +25,7 @@ struct ContextAttributes {
     bool isProtected = false;
     const char* glVersion = nullptr;  // GL_VERSION override; null: the driver's
     bool failMakeCurrent = false;
+    bool chromaTopLeft = false;  // write-backs into 4:2:0 buffers keep the top-left chroma sample
 };
 
 class ContextState {
@@ -38,9 +39,10 @@ public:
     ShareGroup& shareGroup() const { return *mShareGroup; }
     const std::shared_ptr<ShareGroup>& sharedGroup() const { return mShareGroup; }
 
-    // A framebuffer of this context that the layer uses to read textures back; made on first use
-    // (current context needed) and released by the driver with the context.
-    GLuint writeBackFramebuffer();
+    // The framebuffer and vertex array of this context that the layer uses for its own passes and
+    // read-backs, with the group's pass programs; made on first use (current context needed) and
+    // released by the driver with the context.
+    const PassResources& passResources();
     // Writes every image texture of the share group with pending rendering back into its buffer
     // (the context must be current); returns how many.
     size_t writeBackAll();
@@ -57,7 +59,7 @@ public:
 private:
     const ContextAttributes mAttributes;
     const std::shared_ptr<ShareGroup> mShareGroup;
-    GLuint mWriteBackFramebuffer = 0;
+    PassResources mPassResources;
     std::map<GLuint, std::map<GLenum, GLuint>> mAttachments;
 };
 

@@ -21,6 +21,7 @@ enum class Counter : size_t {
     Uploads,
     WriteBacks,
     FenceFdsCreated,
+    ProgramVariants,
     // Live objects: they follow what exists and are never reset.
     ContextsAlive,
     ImagesAlive,

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "MesaDriver.h"
+#include "ProgramRecord.h"
 
 namespace zel {
 namespace hostgpu {
@@ -30,7 +31,7 @@ DrawScope::DrawScope(ContextState* context, unsigned uses) {
 }
 
 DrawScope::~DrawScope() {
-    if (mRestore.empty()) {
+    if (mRestore.empty() && !mVariantActive) {
         return;
     }
     const MesaFunctions& gl = mesa();
@@ -39,12 +40,14 @@ DrawScope::~DrawScope() {
         gl.glBindTexture(GL_TEXTURE_2D, static_cast<GLuint>(texture));
     }
     gl.glActiveTexture(static_cast<GLenum>(mActiveTexture));
+    if (mVariantActive) {
+        gl.glUseProgram(mProgram);
+    }
 }
 
-void DrawScope::refresh(ImageTexture& texture) {
-    mContext->shareGroup().writeBack(mContext->writeBackFramebuffer(), texture.image().bufferId(),
+void DrawScope::writeBackOthers(ImageTexture& texture) {
+    mContext->shareGroup().writeBack(mContext->passResources(), texture.image().bufferId(),
                                      &texture);
-    texture.refresh();
 }
 
 void DrawScope::prepareAttachments(GLenum binding, bool rendered) {
@@ -55,54 +58,121 @@ void DrawScope::prepareAttachments(GLenum binding, bool rendered) {
         if (texture == nullptr) {
             continue;
         }
-        refresh(*texture);
+        writeBackOthers(*texture);
+        texture->refreshForRendering(mContext->passResources());
         if (rendered) {
             texture->markRendered();
+            mRendered.push_back(texture);
         }
     }
+}
+
+void DrawScope::bind(GLenum unit, GLuint texture) {
+    const MesaFunctions& gl = mesa();
+    gl.glActiveTexture(unit);
+    if (std::none_of(mRestore.begin(), mRestore.end(),
+                     [unit](const auto& entry) { return entry.first == unit; })) {
+        GLint previous = 0;
+        gl.glGetIntegerv(GL_TEXTURE_BINDING_2D, &previous);
+        mRestore.emplace_back(unit, previous);
+    }
+    gl.glBindTexture(GL_TEXTURE_2D, texture);
 }
 
 void DrawScope::bindExternalSamplers() {
     const MesaFunctions& gl = mesa();
     GLint program = 0;
     gl.glGetIntegerv(GL_CURRENT_PROGRAM, &program);
-    const std::vector<GLint>* locations =
-        program == 0 ? nullptr
-                     : mContext->shareGroup().programExternals(static_cast<GLuint>(program));
-    if (locations == nullptr) {
+    ProgramRecord* record =
+        program == 0 ? nullptr : mContext->shareGroup().program(static_cast<GLuint>(program));
+    if (record == nullptr) {
         return;
     }
     gl.glGetIntegerv(GL_ACTIVE_TEXTURE, &mActiveTexture);
-    for (GLint location : *locations) {
-        GLint unitIndex = 0;
-        gl.glGetUniformiv(static_cast<GLuint>(program), location, &unitIndex);
-        const GLenum unit = GL_TEXTURE0 + static_cast<GLenum>(unitIndex);
-        if (std::any_of(mRestore.begin(), mRestore.end(),
-                        [unit](const auto& entry) { return entry.first == unit; })) {
-            continue;
+
+    // The images on the samplers' units, brought up to date, and what kind each sampler samples.
+    struct Sampled {
+        ImageTexture* texture;
+        GLenum unit;
+        uint32_t sampler;
+        bool yuv;  // sampled through the planes and the sampling function
+        GLint sampling[4];
+        bool ownsUnit;  // the first sampler on its unit: binds plane 0 there
+    };
+    std::vector<Sampled> sampled;
+    std::vector<SamplerKind> kinds(record->samplers().size());
+    const PassResources& resources = mContext->passResources();
+    for (uint32_t index = 0; index < record->samplers().size(); ++index) {
+        const ProgramRecord::Sampler& sampler = record->samplers()[index];
+        for (GLint location : sampler.locations) {
+            GLint unitIndex = 0;
+            gl.glGetUniformiv(static_cast<GLuint>(program), location, &unitIndex);
+            const GLenum unit = GL_TEXTURE0 + static_cast<GLenum>(unitIndex);
+            gl.glActiveTexture(unit);
+            GLint clientTexture = 0;
+            gl.glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &clientTexture);
+            ImageTexture* texture = mContext->shareGroup().find(static_cast<GLuint>(clientTexture));
+            if (texture == nullptr) {
+                continue;
+            }
+            const bool yuv = texture->isYuv() && !sampler.declaration.array;
+            if (yuv) {
+                kinds[index].layout = texture->image().format().layout;
+                kinds[index].conversion = conversionOfDataspace(texture->image().dataspace());
+            }
+            auto same = std::find_if(sampled.begin(), sampled.end(),
+                                     [unit](const Sampled& each) { return each.unit == unit; });
+            if (same != sampled.end()) {
+                // Another sampler on the unit: the image is up to date, only its own planes
+                // remain to bind.
+                Sampled entry = *same;
+                entry.sampler = index;
+                entry.yuv = yuv;
+                entry.ownsUnit = false;
+                sampled.push_back(entry);
+                continue;
+            }
+            writeBackOthers(*texture);
+            const bool renderedHere =
+                std::find(mRendered.begin(), mRendered.end(), texture) != mRendered.end();
+            texture->refreshForSampling(resources, renderedHere);
+            Sampled entry = {texture, unit, index, yuv, {}, true};
+            gl.glActiveTexture(unit);
+            gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_MIN_FILTER,
+                                   &entry.sampling[0]);
+            gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_MAG_FILTER,
+                                   &entry.sampling[1]);
+            gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_WRAP_S, &entry.sampling[2]);
+            gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_WRAP_T, &entry.sampling[3]);
+            sampled.push_back(entry);
         }
-        gl.glActiveTexture(unit);
-        GLint clientTexture = 0;
-        gl.glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &clientTexture);
-        ImageTexture* texture = mContext->shareGroup().find(static_cast<GLuint>(clientTexture));
-        if (texture == nullptr) {
-            continue;
+    }
+    const ProgramVariant* variant = record->variant(static_cast<GLuint>(program), kinds);
+
+    // Plane 0 (the packed texture or Y) on the sampler's unit, the other planes on the units the
+    // variant reads them from.
+    for (const Sampled& entry : sampled) {
+        ImageTexture& texture = *entry.texture;
+        const uint32_t planes = entry.yuv && variant != nullptr ? texture.planeCount() : 1;
+        for (uint32_t plane = entry.ownsUnit ? 0 : 1; plane < planes; ++plane) {
+            bind(plane == 0 ? entry.unit : ProgramVariant::planeUnit(entry.sampler, plane),
+                 texture.planeTexture(plane));
+            texture.applySampling(plane, entry.sampling);
         }
-        refresh(*texture);
-        GLint sampling[4] = {};
-        gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_MIN_FILTER, &sampling[0]);
-        gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_MAG_FILTER, &sampling[1]);
-        gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_WRAP_S, &sampling[2]);
-        gl.glGetTexParameteriv(GL_TEXTURE_EXTERNAL_OES, GL_TEXTURE_WRAP_T, &sampling[3]);
-        GLint previous = 0;
-        gl.glGetIntegerv(GL_TEXTURE_BINDING_2D, &previous);
-        mRestore.emplace_back(unit, previous);
-        gl.glBindTexture(GL_TEXTURE_2D, texture->texture());
-        texture->applySampling(sampling);
     }
-    if (mRestore.empty()) {
-        gl.glActiveTexture(static_cast<GLenum>(mActiveTexture));
+    if (variant != nullptr) {
+        variant->activate(static_cast<GLuint>(program));
+        mProgram = static_cast<GLuint>(program);
+        mVariantActive = true;
+        for (const Sampled& entry : sampled) {
+            if (entry.yuv) {
+                float transform[4];
+                entry.texture->image().chromaTransform(transform);
+                variant->setChromaTransform(entry.sampler, transform);
+            }
+        }
     }
+    gl.glActiveTexture(static_cast<GLenum>(mActiveTexture));
 }
 
 }  // namespace hostgpu

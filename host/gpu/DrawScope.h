@@ -3,8 +3,10 @@
  * preparation afterwards:
  * - every external sampler of the current program gets, on its texture unit, the texture that
  *   holds the pixels of the image targeted onto the unit's external texture (refreshed from buffer
- *   memory when the buffer changed), with the external texture's sampling state; the unit's
- *   GL_TEXTURE_2D binding is restored afterwards;
+ *   memory when the buffer changed), with the external texture's sampling state; for a YUV image
+ *   that is its Y plane, the other planes go on reserved units, and the program's variant for the
+ *   images' kinds is current for the call (with the client program's uniform values); the units'
+ *   GL_TEXTURE_2D bindings and the client's program are restored afterwards;
  * - image textures attached to the draw framebuffer are brought up to date first (pixels a draw
  *   does not cover keep the buffer's contents) and marked rendered;
  * - image textures attached to the read framebuffer are brought up to date.
@@ -39,15 +41,21 @@ public:
 private:
     void bindExternalSamplers();
     void prepareAttachments(GLenum binding, bool rendered);
-    // Brings `texture` up to date, writing back other textures of its buffer with pending
-    // rendering first.
-    void refresh(ImageTexture& texture);
+    // Writes back other textures of the buffer of `texture` with pending rendering, so that
+    // memory holds it before `texture` is refreshed.
+    void writeBackOthers(ImageTexture& texture);
+    // Binds `texture` on GL_TEXTURE_2D of `unit`, remembering the binding to restore.
+    void bind(GLenum unit, GLuint texture);
 
     ContextState* mContext = nullptr;
     std::unique_lock<std::mutex> mLock;
     GLint mActiveTexture = 0;
+    GLuint mProgram = 0;          // the client's program, when a variant replaced it
+    bool mVariantActive = false;  // for the call
     // Units whose GL_TEXTURE_2D binding changed, with the binding to restore.
     std::vector<std::pair<GLenum, GLint>> mRestore;
+    // Textures this call renders into.
+    std::vector<ImageTexture*> mRendered;
 };
 
 }  // namespace hostgpu

@@ -97,6 +97,7 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
         attributes.glVersion = StringPool::intern(profile.glVersion);
     }
     attributes.failMakeCurrent = profile.failMakeCurrent;
+    attributes.chromaTopLeft = profile.chromaTopLeftSample;
 
     std::shared_ptr<ContextState> shared;
     if (share_context != EGL_NO_CONTEXT) {

@@ -1,10 +1,11 @@
 /*
  * Hand-written GL shader and program entry points: shader text goes through the ShaderRewriter
- * (external samplers become sampler2D), and linking records where a program's external samplers
- * are, for the draw-time binding of image textures.
+ * (external samplers become sampler2D, GL_EXT_YUV_target built-ins are injected), and linking
+ * records where a program's external samplers are and the text of its stages, for the draw-time
+ * binding of image textures and the program's YUV variants.
  */
 #include <string>
-#include <unordered_set>
+#include <unordered_map>
 #include <vector>
 
 #include "ContextState.h"
@@ -17,32 +18,55 @@ using zel::hostgpu::ContextState;
 using zel::hostgpu::Counter;
 using zel::hostgpu::Counters;
 using zel::hostgpu::CurrentContext;
+using zel::hostgpu::ExternalSampler;
 using zel::hostgpu::mesa;
+using zel::hostgpu::ProgramRecord;
+using zel::hostgpu::ProgramVariant;
 using zel::hostgpu::RewrittenShader;
 using zel::hostgpu::ShaderRewriter;
 using zel::hostgpu::ShareGroup;
 
 namespace {
 
-// The uniform locations of the external samplers of a linked program (every element of arrays).
-std::vector<GLint> externalLocations(ShareGroup& group, GLuint program) {
+// What the layer needs of a linked program with external samplers: the samplers with the uniform
+// locations of every element, and the client's text of the attached shaders. Null when the
+// program has no external sampler.
+std::unique_ptr<ProgramRecord> recordOf(ShareGroup& group, GLuint program) {
     const zel::hostgpu::MesaFunctions& gl = mesa();
-    std::unordered_set<std::string> names;
     GLint shaderCount = 0;
     gl.glGetProgramiv(program, GL_ATTACHED_SHADERS, &shaderCount);
     std::vector<GLuint> shaders(static_cast<size_t>(shaderCount));
     if (shaderCount > 0) {
         gl.glGetAttachedShaders(program, shaderCount, nullptr, shaders.data());
     }
+    std::unordered_map<std::string, ExternalSampler> declared;
+    std::vector<ProgramVariant::Stage> stages;
     for (GLuint shader : shaders) {
-        if (const std::vector<std::string>* external = group.shaderExternals(shader)) {
-            names.insert(external->begin(), external->end());
+        GLint type = 0;
+        gl.glGetShaderiv(shader, GL_SHADER_TYPE, &type);
+        const ShareGroup::ShaderRecord* record = group.shader(shader);
+        if (record == nullptr) {
+            // No external sampler: the client's text is what the driver compiled.
+            GLint length = 0;
+            gl.glGetShaderiv(shader, GL_SHADER_SOURCE_LENGTH, &length);
+            std::string source(static_cast<size_t>(length), '\0');
+            if (length > 0) {
+                gl.glGetShaderSource(shader, length, nullptr, source.data());
+                source.resize(source.find('\0') == std::string::npos ? source.size()
+                                                                     : source.find('\0'));
+            }
+            stages.push_back({static_cast<GLenum>(type), std::move(source)});
+            continue;
+        }
+        stages.push_back({static_cast<GLenum>(type), record->source});
+        for (const ExternalSampler& sampler : record->samplers) {
+            declared.emplace(sampler.name, sampler);
         }
     }
-    std::vector<GLint> locations;
-    if (names.empty()) {
-        return locations;
+    if (declared.empty()) {
+        return nullptr;
     }
+    std::vector<ProgramRecord::Sampler> samplers;
     GLint uniformCount = 0;
     GLint maxLength = 0;
     gl.glGetProgramiv(program, GL_ACTIVE_UNIFORMS, &uniformCount);
@@ -60,19 +84,25 @@ std::vector<GLint> externalLocations(ShareGroup& group, GLuint program) {
         }
         // Arrays are listed as "name[0]".
         const std::string base = name.substr(0, name.find('['));
-        if (names.count(base) == 0) {
+        auto it = declared.find(base);
+        if (it == declared.end()) {
             continue;
         }
+        ProgramRecord::Sampler sampler{it->second, {}};
         for (GLint element = 0; element < size; ++element) {
             const std::string elementName =
                 size > 1 ? base + "[" + std::to_string(element) + "]" : name;
             const GLint location = gl.glGetUniformLocation(program, elementName.c_str());
             if (location >= 0) {
-                locations.push_back(location);
+                sampler.locations.push_back(location);
             }
         }
+        samplers.push_back(std::move(sampler));
     }
-    return locations;
+    if (samplers.empty()) {
+        return nullptr;
+    }
+    return std::make_unique<ProgramRecord>(std::move(samplers), std::move(stages));
 }
 
 }  // namespace
@@ -85,7 +115,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateShader(GLenum type) {
     if (context != nullptr && shader != 0) {
         // The name may have served a deleted shader.
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-        context->shareGroup().setShaderExternals(shader, {});
+        context->shareGroup().setShader(shader, {});
     }
     return shader;
 }
@@ -95,9 +125,24 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-        context->shareGroup().setProgramExternals(program, {});
+        context->shareGroup().setProgram(program, nullptr);
     }
     return program;
+}
+
+GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
+    ContextState* context = CurrentContext::get();
+    if (context != nullptr && program != 0) {
+        // A current program lives on until it is replaced: its record stays until the name
+        // serves another program.
+        GLint current = 0;
+        mesa().glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+        if (static_cast<GLuint>(current) != program) {
+            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+            context->shareGroup().setProgram(program, nullptr);
+        }
+    }
+    mesa().glDeleteProgram(program);
 }
 
 GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
@@ -124,7 +169,12 @@ GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
     const GLchar* text = rewritten.changed ? rewritten.source.c_str() : source.c_str();
     mesa().glShaderSource(shader, 1, &text, nullptr);
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-    context->shareGroup().setShaderExternals(shader, std::move(rewritten.externalSamplers));
+    ShareGroup::ShaderRecord record;
+    record.samplers = std::move(rewritten.externalSamplers);
+    if (!record.samplers.empty()) {
+        record.source = std::move(source);
+    }
+    context->shareGroup().setShader(shader, std::move(record));
 }
 
 GL_APICALL void GL_APIENTRY glCompileShader(GLuint shader) {
@@ -144,8 +194,7 @@ GL_APICALL void GL_APIENTRY glLinkProgram(GLuint program) {
     gl.glGetProgramiv(program, GL_LINK_STATUS, &linked);
     ShareGroup& group = context->shareGroup();
     std::lock_guard<std::mutex> lock(group.mutex());
-    group.setProgramExternals(
-        program, linked == GL_TRUE ? externalLocations(group, program) : std::vector<GLint>());
+    group.setProgram(program, linked == GL_TRUE ? recordOf(group, program) : nullptr);
 }
 
 }  // extern "C"

@@ -54,7 +54,7 @@ GL_APICALL void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglIma
             mesa().glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &clientTexture);
             const GLuint texture = static_cast<GLuint>(clientTexture);
             std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-            context->shareGroup().forget(1, &texture, context->writeBackFramebuffer());
+            context->shareGroup().forget(1, &texture, context->passResources());
         }
         mesa().glEGLImageTargetTexture2DOES(target, image);
         return;
@@ -76,7 +76,7 @@ GL_APICALL void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglIma
     }
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
     context->shareGroup().target(static_cast<GLuint>(clientTexture), std::move(ours),
-                                 context->writeBackFramebuffer());
+                                 context->passResources());
 }
 
 GL_APICALL void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) {
@@ -84,7 +84,7 @@ GL_APICALL void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) 
     if (context != nullptr && n > 0 && textures != nullptr) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         if (context->shareGroup().hasImageTextures()) {
-            context->shareGroup().forget(n, textures, context->writeBackFramebuffer());
+            context->shareGroup().forget(n, textures, context->passResources());
             for (GLsizei i = 0; i < n; ++i) {
                 context->forgetTexture(textures[i]);
             }
@@ -100,7 +100,7 @@ GL_APICALL void GL_APIENTRY glFramebufferTexture2D(GLenum target, GLenum attachm
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         if (ImageTexture* imageTexture = context->shareGroup().find(texture)) {
             mesa().glFramebufferTexture2D(target, attachment, GL_TEXTURE_2D,
-                                          imageTexture->texture(), level);
+                                          imageTexture->renderTexture(), level);
             context->setAttachment(boundFramebuffer(target), attachment, texture);
             return;
         }

@@ -69,6 +69,7 @@ GpuCounters gpuCounters() {
     counters.uploads = Counters::get(Counter::Uploads);
     counters.writeBacks = Counters::get(Counter::WriteBacks);
     counters.fenceFdsCreated = Counters::get(Counter::FenceFdsCreated);
+    counters.programVariants = Counters::get(Counter::ProgramVariants);
     counters.contextsAlive = Counters::get(Counter::ContextsAlive);
     counters.imagesAlive = Counters::get(Counter::ImagesAlive);
     counters.fenceFdsOpen = hostgpu::FenceFdTracker::instance().openCount();

@@ -1,25 +1,35 @@
 /*
  * A client texture with an Android-buffer EGLImage targeted onto it, in one share group: the
- * driver texture (GL_TEXTURE_2D, the size of the image's crop rectangle) that holds the image's
- * pixels on the GPU. Sampling the client texture samples it; attaching the client texture to a
- * framebuffer renders into it.
+ * driver textures that hold the image's pixels on the GPU (the size of the image's crop
+ * rectangle). Sampling the client texture samples them; attaching the client texture to a
+ * framebuffer renders into the image.
  *
- * Buffer memory is the truth. The texture is refreshed from memory when the buffer's content
- * generation moved since it last matched (an upload); after rendering it is "dirty" until its
- * pixels are written back into memory, which then gets a new generation that this texture already
- * holds. Row 0 of memory (of the crop) is texture row t = 0 and framebuffer row 0 both ways.
+ * Packed RGB images are one texture, sampled and rendered into. YUV images are one texture per
+ * plane of their memory layout (ImageFormat), sampled through the function the shader rewriter
+ * injects, plus a full-resolution intermediate (Y, Cb, Cr in red, green, blue) that rendering goes
+ * to; it starts from the buffer's contents (so pixels a draw does not cover keep them), and the
+ * write-back packs it into the planes (chroma: the average of each 2x2 block, or its top-left
+ * sample) and copies them into memory.
  *
- * The driver texture belongs to the share group: the group deletes it with the client texture,
- * or the driver releases it with the group's last context. Every GL call needs a context of the
+ * Buffer memory is the truth. A texture is refreshed from memory when the buffer's content
+ * generation moved since it last matched (an upload); after rendering the image is "dirty" until
+ * its pixels are written back into memory, which then gets a new generation that this texture
+ * already holds. Row 0 of memory (of the crop) is texture row t = 0 and framebuffer row 0 both
+ * ways.
+ *
+ * The driver textures belong to the share group: the group deletes them with the client texture,
+ * or the driver releases them with the group's last context. Every GL call needs a context of the
  * group current on the calling thread, and the group's lock held.
  */
 #pragma once
 
 #include <cstdint>
 #include <memory>
+#include <vector>
 
 #include "KhronosApi.h"
 #include "NativeBufferImage.h"
+#include "YuvPassPrograms.h"
 
 namespace zel {
 namespace hostgpu {
@@ -32,39 +42,60 @@ public:
 
     const NativeBufferImage& image() const { return *mImage; }
     const std::shared_ptr<NativeBufferImage>& sharedImage() const { return mImage; }
-    // Stands for another image from now on; the driver texture keeps its name (framebuffers that
-    // have it attached keep working) and gets new storage when the size changes.
+    bool isYuv() const { return mImage->format().isYuv(); }
+    // Stands for another image from now on; the driver textures keep their names (framebuffers
+    // that have one attached keep working) and get new storage when the size or format changes.
     void retarget(std::shared_ptr<NativeBufferImage> image);
 
-    // The driver texture, made (with storage) on first use.
-    GLuint texture();
-    // Uploads the buffer's memory unless the texture already holds its current contents or holds
-    // rendering that is not written back yet.
-    void refresh();
-    // Rendering went into the texture.
+    // The texture that rendering into the image goes to (attached to client framebuffers): the
+    // packed texture, or the YUV intermediate. Made (with storage) on first use.
+    GLuint renderTexture();
+    // The texture holding plane `plane` (0 for packed images), made on first use.
+    GLuint planeTexture(uint32_t plane);
+    uint32_t planeCount() const { return mImage->format().planeCount; }
+
+    // Brings the plane textures to the buffer's current contents (an upload when memory changed).
+    // A YUV image with rendering pending is written back first unless `keepPending` (it is being
+    // rendered into by the same call); a packed one holds its rendering already.
+    void refreshForSampling(const PassResources& resources, bool keepPending = false);
+    // Brings the render texture to the buffer's current contents, unless it holds rendering not
+    // written back yet.
+    void refreshForRendering(const PassResources& resources);
+    // Rendering went into the render texture.
     void markRendered() { mDirty = true; }
     bool dirty() const { return mDirty; }
-    // Copies the texture into buffer memory through `framebuffer` (a framebuffer of the current
-    // context that the layer owns) and gives the buffer a new content generation.
-    void writeBack(GLuint framebuffer);
-    // Sampling state for the driver texture, from the client texture; bound on GL_TEXTURE_2D of
-    // the active unit by the caller.
-    void applySampling(const GLint parameters[4]);
+    // Copies the rendering into buffer memory (through the resources' framebuffer) and gives the
+    // buffer a new content generation, which the plane textures hold afterwards.
+    void writeBack(const PassResources& resources);
+    // Sampling state for the texture of plane `plane`, from the client texture; the caller binds
+    // it on GL_TEXTURE_2D of the active unit.
+    void applySampling(uint32_t plane, const GLint parameters[4]);
 
-    // Hands over the driver texture name (0 when none was made) for deletion.
-    GLuint releaseTexture();
+    // Hands over the driver texture names made so far, for deletion.
+    std::vector<GLuint> releaseTextures();
 
 private:
-    void allocate();
+    struct Texture {
+        GLuint name = 0;
+        bool allocated = false;
+        GLint sampling[4] = {};  // min filter, mag filter, wrap s, wrap t last applied
+    };
+
+    void allocate(Texture& texture, GLenum internalFormat, uint32_t width, uint32_t height,
+                  bool opaque);
+    void allocatePlanes();
+    void uploadPlanes();
+    void writeBackPacked(const PassResources& resources);
+    void writeBackYuv(const PassResources& resources);
 
     std::shared_ptr<NativeBufferImage> mImage;
-    GLuint mTexture = 0;
-    bool mAllocated = false;
-    uint32_t mWidth = 0;
-    uint32_t mHeight = 0;
-    uint64_t mGeneration = 0;  // of the buffer contents the texture holds; 0: none yet
+    Texture mPlanes[3];
+    Texture mIntermediate;           // YUV only
+    Texture mReadBack;               // P010 only: the chroma plane's bytes, for the read-back
+    Texture mLumaBytes;              // the Y plane's bytes, for the read-back of suitable widths
+    uint64_t mGeneration = 0;        // of the buffer contents the planes hold; 0: none yet
+    uint64_t mTargetGeneration = 0;  // of those the YUV intermediate holds; 0: none yet
     bool mDirty = false;
-    GLint mSampling[4] = {};  // min filter, mag filter, wrap s, wrap t last applied
 };
 
 }  // namespace hostgpu

@@ -47,6 +47,15 @@ public:
     // The first byte of the crop rectangle in plane `plane`, and the bytes between its rows.
     uint8_t* planeData(uint32_t plane) const;
     uint32_t rowPitch(uint32_t plane) const { return layout().planes[plane].rowPitch; }
+    // Samples (or chroma pairs) per row and rows of the crop rectangle in plane `plane`: the chroma
+    // planes of 4:2:0 layouts hold every chroma sample that covers a pixel of the crop.
+    uint32_t planeWidth(uint32_t plane) const;
+    uint32_t planeHeight(uint32_t plane) const;
+    // Maps a texture coordinate of the image (luma) to one of its chroma planes, chroma sited at
+    // the midpoint of its 2x2 block: chroma = luma * (x, y) + (z, w).
+    void chromaTransform(float outTransform[4]) const;
+    // The buffer's dataspace now (GraphicBufferMapper::getDataspace; 0 when it has none).
+    int32_t dataspace() const;
 
     uint64_t contentGeneration() const { return mMemory.contentGeneration(); }
     uint64_t markContentChanged() { return mMemory.markContentChanged(); }

@@ -5,6 +5,8 @@
  */
 #pragma once
 
+#include <cstdint>
+
 #include "KhronosApi.h"
 
 namespace zel {
@@ -25,6 +27,11 @@ public:
     void savePack();
     // The read framebuffer binding.
     void saveReadFramebuffer();
+    // What the layer's passes (YuvPassPrograms) change: the program, vertex array, draw
+    // framebuffer, viewport, scissor, blending, culling and rasterizer discard (then turned off),
+    // colour masks (then all on), the active unit and the GL_TEXTURE_2D bindings of the first
+    // `reservedUnits` reserved units.
+    void savePassState(uint32_t reservedUnits);
 
 private:
     bool mTexture2DSaved = false;
@@ -35,6 +42,23 @@ private:
     GLint mPack[5] = {};
     bool mReadFramebufferSaved = false;
     GLint mReadFramebuffer = 0;
+
+    struct PassState {
+        GLint program = 0;
+        GLint vertexArray = 0;
+        GLint drawFramebuffer = 0;
+        GLint viewport[4] = {};
+        GLboolean scissor = GL_FALSE;
+        GLboolean blend[2] = {};
+        GLboolean cullFace = GL_FALSE;
+        GLboolean rasterizerDiscard = GL_FALSE;
+        GLboolean colorMask[2][4] = {};
+        GLint activeTexture = GL_TEXTURE0;
+        uint32_t unitCount = 0;
+        GLint units[3] = {};
+    };
+    bool mPassSaved = false;
+    PassState mPass;
 };
 
 }  // namespace hostgpu

@@ -11,69 +11,74 @@ ImageTexture* ShareGroup::find(GLuint clientTexture) {
 }
 
 ImageTexture& ShareGroup::target(GLuint clientTexture, std::shared_ptr<NativeBufferImage> image,
-                                 GLuint writeBackFramebuffer) {
+                                 const PassResources& resources) {
     std::unique_ptr<ImageTexture>& entry = mImageTextures[clientTexture];
     if (!entry) {
         entry = std::make_unique<ImageTexture>(std::move(image));
     } else if (&entry->image() != image.get()) {
-        entry->writeBack(writeBackFramebuffer);
+        entry->writeBack(resources);
         entry->retarget(std::move(image));
     }
     return *entry;
 }
 
-void ShareGroup::forget(GLsizei count, const GLuint* clientTextures, GLuint writeBackFramebuffer) {
+void ShareGroup::forget(GLsizei count, const GLuint* clientTextures,
+                        const PassResources& resources) {
     for (GLsizei i = 0; i < count; ++i) {
         auto it = mImageTextures.find(clientTextures[i]);
         if (it == mImageTextures.end()) {
             continue;
         }
-        it->second->writeBack(writeBackFramebuffer);
-        const GLuint texture = it->second->releaseTexture();
-        if (texture != 0) {
-            mesa().glDeleteTextures(1, &texture);
+        it->second->writeBack(resources);
+        const std::vector<GLuint> textures = it->second->releaseTextures();
+        if (!textures.empty()) {
+            mesa().glDeleteTextures(static_cast<GLsizei>(textures.size()), textures.data());
         }
         mImageTextures.erase(it);
     }
 }
 
-size_t ShareGroup::writeBack(GLuint framebuffer, uint64_t bufferId, const ImageTexture* except) {
+size_t ShareGroup::writeBack(const PassResources& resources, uint64_t bufferId,
+                             const ImageTexture* except) {
     size_t written = 0;
     for (auto& [clientTexture, texture] : mImageTextures) {
         if (!texture->dirty() || texture.get() == except ||
             (bufferId != 0 && texture->image().bufferId() != bufferId)) {
             continue;
         }
-        texture->writeBack(framebuffer);
+        texture->writeBack(resources);
         ++written;
     }
     return written;
 }
 
-void ShareGroup::setShaderExternals(GLuint shader, std::vector<std::string> names) {
-    if (names.empty()) {
-        mShaderExternals.erase(shader);
+void ShareGroup::setShader(GLuint shader, ShaderRecord record) {
+    if (record.samplers.empty()) {
+        mShaders.erase(shader);
     } else {
-        mShaderExternals[shader] = std::move(names);
+        mShaders[shader] = std::move(record);
     }
 }
 
-const std::vector<std::string>* ShareGroup::shaderExternals(GLuint shader) const {
-    auto it = mShaderExternals.find(shader);
-    return it == mShaderExternals.end() ? nullptr : &it->second;
+const ShareGroup::ShaderRecord* ShareGroup::shader(GLuint shader) const {
+    auto it = mShaders.find(shader);
+    return it == mShaders.end() ? nullptr : &it->second;
 }
 
-void ShareGroup::setProgramExternals(GLuint program, std::vector<GLint> locations) {
-    if (locations.empty()) {
-        mProgramExternals.erase(program);
-    } else {
-        mProgramExternals[program] = std::move(locations);
+void ShareGroup::setProgram(GLuint program, std::unique_ptr<ProgramRecord> record) {
+    auto it = mPrograms.find(program);
+    if (it != mPrograms.end()) {
+        it->second->release();
+        mPrograms.erase(it);
+    }
+    if (record) {
+        mPrograms.emplace(program, std::move(record));
     }
 }
 
-const std::vector<GLint>* ShareGroup::programExternals(GLuint program) const {
-    auto it = mProgramExternals.find(program);
-    return it == mProgramExternals.end() ? nullptr : &it->second;
+ProgramRecord* ShareGroup::program(GLuint program) {
+    auto it = mPrograms.find(program);
+    return it == mPrograms.end() ? nullptr : it->second.get();
 }
 
 }  // namespace hostgpu

@@ -1,7 +1,8 @@
 /*
  * What the layer keeps per GL share group (the contexts that share textures, shaders and
- * programs): the client textures that have an Android-buffer image targeted onto them, and what
- * the shader rewriting learnt about external samplers in shaders and programs.
+ * programs): the client textures that have an Android-buffer image targeted onto them, what the
+ * shader rewriting learnt about external samplers in shaders and programs (with the programs'
+ * YUV variants), and the programs of the layer's own YUV passes.
  *
  * Lives as long as one of its contexts does. Guarded by its mutex: entry points take it for as
  * long as they work on the group.
@@ -17,12 +18,21 @@
 
 #include "ImageTexture.h"
 #include "KhronosApi.h"
+#include "ProgramRecord.h"
+#include "ShaderRewriter.h"
+#include "YuvPassPrograms.h"
 
 namespace zel {
 namespace hostgpu {
 
 class ShareGroup {
 public:
+    // A shader with external samplers: the client's text and what it declares.
+    struct ShaderRecord {
+        std::string source;
+        std::vector<ExternalSampler> samplers;
+    };
+
     ShareGroup() = default;
     ShareGroup(const ShareGroup&) = delete;
     ShareGroup& operator=(const ShareGroup&) = delete;
@@ -32,31 +42,35 @@ public:
     bool hasImageTextures() const { return !mImageTextures.empty(); }
     // The image texture of a client texture, or null.
     ImageTexture* find(GLuint clientTexture);
-    // Targets `image` onto the client texture. `writeBackFramebuffer` serves the write-back of
-    // rendering still pending in the texture's previous image.
+    // Targets `image` onto the client texture. `resources` serve the write-back of rendering
+    // still pending in the texture's previous image.
     ImageTexture& target(GLuint clientTexture, std::shared_ptr<NativeBufferImage> image,
-                         GLuint writeBackFramebuffer);
+                         const PassResources& resources);
     // The client deleted these textures: their driver textures go too (after a pending
     // write-back).
-    void forget(GLsizei count, const GLuint* clientTextures, GLuint writeBackFramebuffer);
+    void forget(GLsizei count, const GLuint* clientTextures, const PassResources& resources);
 
     // Writes back every texture with rendering pending; with `bufferId` non-zero only those of that
     // buffer other than `except`. Returns how many were written back.
-    size_t writeBack(GLuint framebuffer, uint64_t bufferId = 0,
+    size_t writeBack(const PassResources& resources, uint64_t bufferId = 0,
                      const ImageTexture* except = nullptr);
 
-    // Names of the uniforms a shader declared samplerExternalOES (replaces what was known).
-    void setShaderExternals(GLuint shader, std::vector<std::string> names);
-    const std::vector<std::string>* shaderExternals(GLuint shader) const;
-    // Locations of a linked program's external sampler uniforms (replaces what was known).
-    void setProgramExternals(GLuint program, std::vector<GLint> locations);
-    const std::vector<GLint>* programExternals(GLuint program) const;
+    // What a shader declares (replaces what was known; a record without samplers forgets it).
+    void setShader(GLuint shader, ShaderRecord record);
+    const ShaderRecord* shader(GLuint shader) const;
+    // A linked program's external samplers and variants (replaces what was known, deleting the
+    // old variants; null forgets the program). A context of the group must be current.
+    void setProgram(GLuint program, std::unique_ptr<ProgramRecord> record);
+    ProgramRecord* program(GLuint program);
+
+    YuvPassPrograms& passPrograms() { return mPassPrograms; }
 
 private:
     std::mutex mMutex;
     std::map<GLuint, std::unique_ptr<ImageTexture>> mImageTextures;
-    std::unordered_map<GLuint, std::vector<std::string>> mShaderExternals;
-    std::unordered_map<GLuint, std::vector<GLint>> mProgramExternals;
+    std::unordered_map<GLuint, ShaderRecord> mShaders;
+    std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
+    YuvPassPrograms mPassPrograms;
 };
 
 }  // namespace hostgpu

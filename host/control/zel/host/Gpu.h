@@ -14,7 +14,34 @@
  * saw it uploads it first; rendering into a buffer reaches its memory at glFlush, glFinish,
  * eglMakeCurrent of another context, deletion of the texture, and the creation of any sync (a
  * native fence is signalled only after that). A buffer's first row in memory is texture row t = 0
- * and framebuffer row 0. Images of RGBA_8888 and RGBX_8888 buffers are supported.
+ * and framebuffer row 0.
+ *
+ * Images of RGBA_8888 and RGBX_8888 buffers, and of the YUV 4:2:0 formats NV21 (0x11),
+ * YCbCr_420_888 (0x23), P010 (0x36), YV12 and the vendor stand-ins 0x1000, 0x7f000030 and
+ * 0x7f000010 (layouts in <zel/host/Gralloc.h>), with EGL_ANDROID_image_crop, are supported. GL
+ * offers GL_EXT_YUV_target. On YUV images:
+ * - samplerExternalOES returns RGB converted with the buffer's dataspace at draw time (its standard
+ *   BT.601, BT.709 or BT.2020 and its range; BT.601 limited range when it has none), clamped to
+ *   [0,1], alpha 1; __samplerExternal2DY2YEXT returns the codes (Y, Cb, Cr, 1) normalised by the
+ *   largest code (255, or 1023 for P010), unconverted and unclamped. Chroma is sited at the centre
+ *   of its 2x2 block and filtered with the texture's filter. On RGBA images both return the stored
+ *   RGBA.
+ * - rgb_2_yuv and yuv_2_rgb follow the digital ITU formulas on normalised samples, whatever the bit
+ *   depth: limited range Y = (219 y + 16) / 255, C = (224 c + 128) / 255; full range Y = y,
+ *   C = c + 128 / 255; (Kr, Kb) = (0.299, 0.114) for itu_601, (0.2126, 0.0722) for itu_709,
+ *   (0.2627, 0.0593) for itu_2020; nothing is clamped. Sampling converts with the same formulas.
+ * - Rendering (a layout(yuv) output) writes Y, Cb, Cr into red, green, blue of a full-resolution
+ *   intermediate that starts from the buffer's contents, so pixels a draw does not cover keep
+ *   them. The write-back packs it: Y per pixel, each chroma sample the average of its 2x2 block
+ *   (driver profile chroma-top-left: the block's top-left pixel), P010 as round(v * 1023) << 6.
+ * How: the layer rewrites shader text before the driver sees it. External samplers become
+ * sampler2D; while a sampler samples a YUV image, the draw runs a variant of the client's program
+ * (built once per combination of image layouts and conversions, counted in programVariants) in
+ * which the sampler reads per-plane textures (R8/RG8, R16/RG16 for P010) through an injected
+ * sampling function, with the client program's uniform values copied in; the planes are bound on
+ * the sampler's unit and on the highest texture units, which clients should leave alone. Only
+ * texture(sampler, coord) and texture2D(sampler, coord) of non-array samplers sample all planes.
+ * The built-ins of GL_EXT_YUV_target are injected as GLSL and the yuv layout qualifier is dropped.
  */
 #pragma once
 
@@ -37,6 +64,7 @@ struct GpuCounters {
     uint64_t uploads = 0;              // buffer memory copied into a texture that samples it
     uint64_t writeBacks = 0;           // rendered pixels copied back into buffer memory
     uint64_t fenceFdsCreated = 0;      // descriptors handed out by eglDupNativeFenceFDANDROID
+    uint64_t programVariants = 0;      // driver programs built for YUV images (see above)
     // Live objects now: never reset.
     uint64_t contextsAlive = 0;  // created and neither destroyed nor released by eglTerminate
     // EGLImages of Android buffers that still exist: not destroyed, or destroyed while a texture
@@ -71,7 +99,8 @@ std::string gpuUnavailableReason();
  * A profile applies to what is created after it is set: a display takes the profile in force when
  * eglInitialize brings it up (its extension string, config list and the image and fence
  * switches stay fixed until it is terminated for good), a context takes it when it is created
- * (context failures, GL_VERSION, make-current failure).
+ * (context failures, GL_VERSION, make-current failure, chroma-top-left for the write-backs it
+ * does).
  *
  * The environment variable ZEL_HOST_DRIVER sets the initial profile: a comma-separated list of the
  * switches below (blanks around names are ignored). Unknown switches are reported once on stderr
