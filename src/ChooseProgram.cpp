@@ -1,0 +1,252 @@
+#include "ChooseProgram.h"
+
+#include <string>
+
+#include "Log.h"
+#include "ScopedTrace.h"
+
+namespace kav {
+namespace zel {
+
+namespace {
+
+constexpr const char kIndentation[] = "    ";
+
+// Source sampling of an RGBA source into a YUV destination, by colour matrix index.
+constexpr const char* kRgbToYuvLines[] = {
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_601), 1.0);",
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_601_full_range), 1.0);",
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_709), 1.0);",
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_709_full_range), 1.0);",
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_2020), 1.0);",
+    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_2020_full_range), 1.0);",
+};
+constexpr uint32_t kColorMatrixCount = sizeof(kRgbToYuvLines) / sizeof(kRgbToYuvLines[0]);
+
+uint32_t colorMatrixIndex(const Description& desc) {
+    const uint32_t full = desc.mFullRange ? 1 : 0;
+    switch (desc.mStandard) {
+        case Description::kStandardBt601:
+            return 0 + full;
+        case Description::kStandardBt709:
+            return 2 + full;
+        case Description::kStandardBt2020:
+            return 4 + full;
+        default:
+            return 0;
+    }
+}
+
+void writeAlphaLines(Formatter& out) {
+    out << "vec4 alpha = texture(uAlphaTexture, vTexCoords);";
+    out << "vec4 negalpha = alpha*vec4(-1,-1,-1,1)+vec4(1,1,1,0);";
+}
+
+}  // namespace
+
+Formatter& operator<<(Formatter& out, const char* line) {
+    for (int32_t i = 0; i < out.mIndent; ++i) {
+        out.mText.append(kIndentation);
+    }
+    out.mText.append(line);
+    out.mText.append("\n");
+    return out;
+}
+
+ChooseProgram::Key ChooseProgram::computeKey(const Description& desc) {
+    using K = Key;
+    Key key;
+    key.mKey |= desc.mDualSource ? 1u : 0u;
+    switch (desc.mFmtType) {
+        case Description::kFmtRgbaDst:
+            break;
+        case Description::kFmtYuvToYuv:
+            key.mKey |= K::kYuvTarget;
+            break;
+        default:
+            key.mKey |= K::kRgbToYuv;
+            break;
+    }
+    if (desc.mHasProjection) {
+        key.mKey |= K::kProjection;
+    }
+    if (desc.mHasTexCoords) {
+        key.mKey |= K::kTexCoords;
+    }
+    if (desc.mHasWarp) {
+        key.mKey |= desc.mWarpIs2D ? K::kWarp2D : K::kWarpExternal;
+    }
+    if (desc.mHasAlpha) {
+        key.mKey |= desc.mAlphaIs2D ? K::kAlpha2D : K::kAlphaExternal;
+    }
+    if (desc.mFmtType == Description::kFmtRgbaToYuv) {
+        key.mKey |= colorMatrixIndex(desc) << K::kColorMatrixShift;
+    }
+    ZEL_LOGD("mKey = %x", key.mKey);
+    return key;
+}
+
+void ChooseProgram::generateVertexShader(Formatter& out, const Key& key) {
+    out << "#version 310 es";
+    out << "precision highp float;";
+    out << "layout (location = 0) in vec2 aPosition;";
+    if (key.hasTexCoords()) {
+        out << "layout (location = 1) in vec2 aTex0Coords;";
+        out << "out vec2 vTex0Coords;";
+        if (key.hasDualSource()) {
+            out << "layout (location = 2) in vec2 aTex1Coords;";
+            out << "out vec2 vTex1Coords;";
+        }
+        if (key.hasAlpha()) {
+            out << "layout (location = 3) in vec2 aTexCoords;";
+            out << "out vec2 vTexCoords;";
+        }
+    } else {
+        out << "out vec2 vTexCoords;";
+    }
+    if (key.hasProjection()) {
+        out << "uniform mat4 uProjection;";
+    }
+
+    out << "void main(void) {";
+    out.indent();
+    if (key.hasProjection()) {
+        out << "gl_Position = uProjection * vec4(aPosition, 0.0, 1.0);";
+    } else {
+        out << "gl_Position = vec4(aPosition, 0.0, 1.0);";
+    }
+    if (key.hasTexCoords()) {
+        out << "vTex0Coords = aTex0Coords;";
+        if (key.hasDualSource()) {
+            out << "vTex1Coords = aTex1Coords;";
+        }
+        if (key.hasAlpha()) {
+            out << "vTexCoords = aTexCoords;";
+        }
+    } else {
+        // Texture coordinates follow from the clip-space position.
+        out << "vTexCoords = vec2((aPosition.x+1.0)*0.5, (aPosition.y+1.0)*0.5);";
+    }
+    out.dedent();
+    out << "}";
+}
+
+void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
+    out << "#version 310 es";
+    out << "#extension GL_OES_EGL_image_external_essl3 : require";
+    if (key.isYuvTarget()) {
+        out << "#extension GL_EXT_YUV_target : require";
+        out << "precision highp float;";
+        out << "layout(binding = 0) uniform __samplerExternal2DY2YEXT uTexture0;";
+    } else {
+        out << "precision highp float;";
+        out << "layout(binding = 0) uniform samplerExternalOES uTexture0;";
+    }
+    if (key.hasDualSource()) {
+        out << "layout (binding = 1) uniform samplerExternalOES uTexture1;";
+    }
+    // Binding 2 stays free. The warp texture is declared to hold binding 3 and never sampled.
+    if (key.hasWarp()) {
+        if ((key.mKey & Key::kWarpMask) == Key::kWarp2D) {
+            out << "layout (binding = 3) uniform sampler2D uWarpTexture;";
+        } else {
+            out << "layout (binding = 3) uniform samplerExternalOES uWarpTexture;";
+        }
+    }
+    if (key.hasAlpha()) {
+        if ((key.mKey & Key::kAlphaMask) == Key::kAlpha2D) {
+            out << "layout (binding = 4) uniform sampler2D uAlphaTexture;";
+        } else {
+            out << "layout (binding = 4) uniform samplerExternalOES uAlphaTexture;";
+        }
+    }
+    if (key.hasTexCoords()) {
+        out << "in vec2 vTex0Coords;";
+        if (key.hasDualSource()) {
+            out << "in vec2 vTex1Coords;";
+        }
+        if (key.hasAlpha()) {
+            out << "in vec2 vTexCoords;";
+        }
+    } else {
+        out << "in vec2 vTexCoords;";
+    }
+    if (key.isYuvTarget()) {
+        out << "layout(yuv) out vec4 fragColor;";
+    } else {
+        out << "out vec4 fragColor;";
+    }
+
+    out << "void main(void) {";
+    out.indent();
+    if (key.isRgbToYuv()) {
+        // An index past the table writes no src0 line, and the shader does not compile.
+        const uint32_t index = key.colorMatrix();
+        if (index < kColorMatrixCount) {
+            out << kRgbToYuvLines[index];
+        }
+    } else if (key.hasTexCoords()) {
+        out << "vec4 src0 = texture(uTexture0, vTex0Coords);";
+        if (key.hasDualSource()) {
+            out << "vec4 src1 = texture(uTexture1, vTex1Coords);";
+        }
+        if (key.hasAlpha()) {
+            writeAlphaLines(out);
+        }
+    } else {
+        out << "vec4 src0 = texture(uTexture0, vTexCoords);";
+        if (key.hasDualSource()) {
+            out << "vec4 src1 = texture(uTexture1, vTexCoords);";
+        }
+        if (key.hasAlpha()) {
+            writeAlphaLines(out);
+        }
+    }
+    if (key.hasDualSource() && key.hasAlpha()) {
+        out << "fragColor = alpha*src0+negalpha*src1;";
+    } else {
+        out << "fragColor = src0;";
+    }
+    out.dedent();
+    out << "}";
+}
+
+std::shared_ptr<gl::Program> ChooseProgram::getProgram(Description& desc) {
+    ZEL_TRACE_NAME("getProgram");
+    ZEL_LOGD("desc.fmtType = %d, appId = %d", desc.mFmtType, desc.mAppId);
+
+    const Key key = computeKey(desc);
+    Formatter vsFormatter;
+    Formatter fsFormatter;
+    generateVertexShader(vsFormatter, key);
+    generateFragmentShader(fsFormatter, key);
+    const std::string vs(vsFormatter.getText().c_str(), vsFormatter.getText().length());
+    const std::string fs(fsFormatter.getText().c_str(), fsFormatter.getText().length());
+
+    std::lock_guard<std::mutex> lock(mCacheMutex);
+    if (desc.mCacheProgram) {
+        // The text, not the key, identifies a program: keys with the same text share one.
+        const std::string hashString = vs + fs;
+        const size_t hashValue = std::hash<std::string>{}(hashString);
+        ZEL_LOGD("hashValue: %zu, hashString: %s", hashValue, hashString.c_str());
+        std::shared_ptr<gl::Program>& entry = mCache[hashValue];
+        if (entry == nullptr) {
+            ZEL_LOGI("create program");
+            entry = std::make_shared<gl::Program>(vs, fs, desc);
+        } else {
+            ZEL_LOGD("cache program");
+        }
+        return entry;
+    }
+
+    auto program = std::make_shared<gl::Program>(vs, fs, desc);
+    ZEL_LOGD("vsString: %s,\nfsString: %s", vs.c_str(), fs.c_str());
+    ZEL_LOGD("no cache program");
+    if (!mCache.empty()) {
+        mCache.clear();
+    }
+    return program;
+}
+
+}  // namespace zel
+}  // namespace kav
