@@ -1,0 +1,250 @@
+// The GLES renderer's source and destination image caches, and the cache manager in front of
+// them: its synchronous operations and its (dormant) queue and worker.
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <android/log.h>
+#include <hardware/gralloc.h>
+#include <system/graphics.h>
+#include <ui/GraphicBuffer.h>
+
+#include <zel/Debug.h>
+#include <zel/ExternalTexture.h>
+#include <zel/host/Gpu.h>
+
+#include "GLESRenderer.h"
+#include "Image.h"
+#include "ImageCacheManager.h"
+#include "LogCapture.h"
+
+namespace kav {
+namespace zel {
+namespace {
+
+constexpr long kSource = 0;
+constexpr long kDestination = 1;
+const android::Rect kNoCrop = android::Rect::INVALID_RECT;
+
+uint64_t imagesAlive() {
+    return ::zel::host::gpuCounters().imagesAlive;
+}
+
+std::shared_ptr<GLESRenderer> makeRenderer(bool protectedContext = false) {
+    Renderer::Args args;
+    args.rendererType = Renderer::kTypeGles;
+    args.enableProtectedContext = protectedContext;
+    return GLESRenderer::create(args);
+}
+
+Buffer makeBuffer(uint32_t usage = GRALLOC_USAGE_HW_TEXTURE | GRALLOC_USAGE_HW_RENDER) {
+    return Buffer{std::make_shared<ExternalTexture>(new android::GraphicBuffer(
+                      8, 4, HAL_PIXEL_FORMAT_RGBA_8888, 1, usage, "cache-test")),
+                  nullptr};
+}
+
+class ImageCacheTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
+        mRenderer = makeRenderer();
+        ASSERT_NE(mRenderer, nullptr);
+        mAlive = imagesAlive();
+    }
+    std::shared_ptr<GLESRenderer> mRenderer;
+    Buffer mBuffer = makeBuffer();
+    uint64_t mAlive = 0;
+};
+
+TEST_F(ImageCacheTest, DuplicateIdKeepsTheFirstImageAndDropsTheNewOne) {
+    EXPECT_EQ(mRenderer->cacheNewImage(7, mBuffer, kNoCrop, kSource), OK);
+    std::shared_ptr<Image> cached = mRenderer->findCachedImage(7, kSource);
+    ASSERT_NE(cached, nullptr);
+    EXPECT_EQ(cached->getBufferId(), 7u);
+    EXPECT_NE(cached->getEGLImage(), EGL_NO_IMAGE_KHR);
+
+    const uint64_t created = ::zel::host::gpuCounters().imagesCreated;
+    EXPECT_EQ(mRenderer->cacheNewImage(7, makeBuffer(), kNoCrop, kSource), OK);
+    EXPECT_EQ(::zel::host::gpuCounters().imagesCreated, created + 1);
+    EXPECT_EQ(imagesAlive(), mAlive + 1);
+    EXPECT_EQ(mRenderer->findCachedImage(7, kSource), cached);
+    EXPECT_EQ(mRenderer->findCachedImage(7, kDestination), nullptr);
+}
+
+// A table of the cache's kind, given the same inserts and evictions, iterates in the same order
+// and so names the entry the cache must evict.
+std::vector<unsigned long> modelIds(const std::vector<unsigned long>& inserted) {
+    std::unordered_map<unsigned long, std::shared_ptr<Image>> table;
+    for (unsigned long id : inserted) {
+        table.emplace(id, nullptr);
+        if (table.size() > 350) {
+            table.erase(table.begin());
+        }
+    }
+    std::vector<unsigned long> ids;
+    for (const auto& entry : table) {
+        ids.push_back(entry.first);
+    }
+    return ids;
+}
+
+TEST_F(ImageCacheTest, The351stIdEvictsTheFirstIteratedEntry) {
+    std::vector<unsigned long> inserted;
+    for (unsigned long id = 1000; id < 1350; ++id) {
+        ASSERT_EQ(mRenderer->cacheNewImage(id, mBuffer, kNoCrop, kSource), OK);
+        inserted.push_back(id);
+    }
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource), modelIds(inserted));
+    EXPECT_EQ(imagesAlive(), mAlive + 350);
+
+    // Most new ids come first in the table and evict themselves at once; go on until one evicts
+    // an older entry, so that a user of the evicted image can hold it.
+    std::vector<unsigned long> before;
+    std::vector<unsigned long> after;
+    unsigned long next = 1350;
+    for (;; ++next) {
+        ASSERT_LT(next, 2000u);
+        before = modelIds(inserted);
+        inserted.push_back(next);
+        after = modelIds(inserted);
+        if (std::find(after.begin(), after.end(), next) != after.end()) {
+            break;
+        }
+        EXPECT_EQ(mRenderer->cacheNewImage(next, mBuffer, kNoCrop, kSource), OK);
+        EXPECT_EQ(mRenderer->cachedImageIds(kSource), after);
+        EXPECT_EQ(imagesAlive(), mAlive + 350);
+    }
+    unsigned long victim = 0;
+    for (unsigned long id : before) {
+        victim = std::find(after.begin(), after.end(), id) == after.end() ? id : victim;
+    }
+    std::shared_ptr<Image> held = mRenderer->findCachedImage(victim, kSource);
+    ASSERT_NE(held, nullptr);
+    EXPECT_EQ(mRenderer->cacheNewImage(next, mBuffer, kNoCrop, kSource), OK);
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource), after);
+    EXPECT_EQ(mRenderer->findCachedImage(victim, kSource), nullptr);
+    EXPECT_EQ(imagesAlive(), mAlive + 351);
+    held.reset();
+    EXPECT_EQ(imagesAlive(), mAlive + 350);
+    EXPECT_TRUE(mRenderer->cachedImageIds(kDestination).empty());
+}
+
+TEST_F(ImageCacheTest, ReleaseAndDestructionLeaveNoImageAlive) {
+    ::zel::test::LogCapture logs;
+    ZEL_debug_level = 2;
+    EXPECT_EQ(mRenderer->releaseCache(), OK);
+    EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, "release "), 0u) << logs.dump();
+
+    // Any cache type but 0 is the destination cache.
+    for (long type : {0, 1, 2}) {
+        EXPECT_EQ(mRenderer->cacheNewImage(10 + type, mBuffer, kNoCrop, type), OK);
+    }
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource), std::vector<unsigned long>{10});
+    EXPECT_EQ(mRenderer->cachedImageIds(kDestination).size(), 2u);
+    EXPECT_EQ(mRenderer->releaseCache(), OK);
+    EXPECT_EQ(imagesAlive(), mAlive);
+    EXPECT_TRUE(mRenderer->cachedImageIds(kDestination).empty());
+    for (const char* line :
+         {"release src image: 10", "release dst image: 11", "release dst image: 12"}) {
+        EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, line), 1u) << line;
+    }
+
+    // What is cached when the renderer goes is released before its context.
+    EXPECT_EQ(mRenderer->cacheNewImage(4, mBuffer, kNoCrop, kSource), OK);
+    EXPECT_EQ(mRenderer->cacheNewImage(5, mBuffer, kNoCrop, kDestination), OK);
+    logs.clear();
+    mRenderer.reset();
+    EXPECT_EQ(imagesAlive(), mAlive);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, ""), 0u) << logs.dump();
+}
+
+TEST_F(ImageCacheTest, ImagesTakeTheContextsProtectionAndAreCachedEvenWhenImportFails) {
+    ::zel::test::LogCapture logs;
+    Buffer secure = makeBuffer(GRALLOC_USAGE_PROTECTED);
+    EXPECT_EQ(mRenderer->cacheNewImage(1, secure, kNoCrop, kSource), OK);
+    ASSERT_NE(mRenderer->findCachedImage(1, kSource), nullptr);
+    EXPECT_EQ(mRenderer->findCachedImage(1, kSource)->getEGLImage(), EGL_NO_IMAGE_KHR);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "failed to create EGLImage"), 1u) << logs.dump();
+
+    mRenderer = makeRenderer(true);
+    ASSERT_NE(mRenderer, nullptr);
+    EXPECT_EQ(mRenderer->cacheNewImage(1, secure, kNoCrop, kSource), OK);
+    EXPECT_NE(mRenderer->findCachedImage(1, kSource)->getEGLImage(), EGL_NO_IMAGE_KHR);
+}
+
+// Records what the cache manager asks of its renderer; no GL involved. The worker's calls are
+// read only after their barriers were waited on.
+class RecordingRenderer : public Renderer {
+public:
+    Status blit(const std::vector<Buffer>&, Buffer&, int, AppInside) override { return OK; }
+    Status blit(const std::vector<Buffer>&, Buffer&, android::sp<android::Fence>&,
+                AppInside) override {
+        return OK;
+    }
+    Status asyncBlit(const std::vector<Buffer>&, Buffer&, void*, AppInside) override { return OK; }
+    Status cacheNewImage(unsigned long id, Buffer, android::Rect crop, long type) override {
+        mCalls.push_back("cache " + std::to_string(id) + "/" + std::to_string(type) + "/" +
+                         std::to_string(crop.right));
+        return RENDER_FAILED;
+    }
+    Status releaseCache() override {
+        mCalls.push_back("release");
+        return BAD_VALUE;
+    }
+    std::vector<std::string> mCalls;
+};
+
+TEST(ImageCacheManager, RunsOperationsOnTheCallerAndKeepsItsQueueForAWorker) {
+    ::zel::test::LogCapture logs;
+    RecordingRenderer renderer;
+    auto manager = std::make_unique<ImageCacheManager>(&renderer);
+    manager->initThread(true);
+    Buffer buffer{std::make_shared<ExternalTexture>(android::sp<android::GraphicBuffer>()),
+                  nullptr};
+    // The public operations run at once and answer OK whatever the renderer said.
+    EXPECT_EQ(manager->cache(12, buffer, android::Rect(1, 2, 3, 4), 1), OK);
+    EXPECT_EQ(manager->releaseAllCache(), OK);
+    EXPECT_EQ(renderer.mCalls, (std::vector<std::string>{"cache 12/1/3", "release"}));
+    EXPECT_EQ(buffer.texture.use_count(), 1);
+
+    // Queued entries wait for a worker (initThread started none), then run in order.
+    std::vector<std::shared_ptr<ImageCacheManager::Barrier>> barriers;
+    for (uint32_t operation :
+         {ImageCacheManager::kCacheImage, 2u, ImageCacheManager::kReleaseAll}) {
+        barriers.push_back(std::make_shared<ImageCacheManager::Barrier>());
+        manager->queueOperation(
+            {operation, buffer, 5, android::Rect(0, 0, 8, 4), 0, barriers.back()});
+    }
+    EXPECT_EQ(renderer.mCalls.size(), 2u);
+    manager->startThread();
+    EXPECT_EQ(barriers[0]->wait(), RENDER_FAILED);
+    EXPECT_EQ(barriers[1]->wait(), OK);  // no such operation: nothing runs
+    EXPECT_EQ(barriers[2]->wait(), BAD_VALUE);
+    EXPECT_EQ(renderer.mCalls,
+              (std::vector<std::string>{"cache 12/1/3", "release", "cache 5/0/8", "release"}));
+    manager.reset();
+    const auto ends =
+        logs.linesContaining("Reached end of threadMain, terminating ImageCacheManager thread!");
+    ASSERT_EQ(ends.size(), 1u) << logs.dump();
+    EXPECT_EQ(ends[0].priority, ANDROID_LOG_INFO);
+    EXPECT_EQ(ends[0].message.rfind("threadMain <", 0), 0u) << ends[0].message;
+    EXPECT_EQ(buffer.texture.use_count(), 1);
+}
+
+TEST(ImageCacheManager, DestructionDropsQueuedEntriesUnrun) {
+    RecordingRenderer renderer;
+    auto manager = std::make_unique<ImageCacheManager>(&renderer);
+    auto barrier = std::make_shared<ImageCacheManager::Barrier>();
+    manager->queueOperation({ImageCacheManager::kReleaseAll, Buffer(), 0, kNoCrop, 0, barrier});
+    manager.reset();
+    EXPECT_TRUE(renderer.mCalls.empty());
+    EXPECT_FALSE(barrier->done);
+}
+
+}  // namespace
+}  // namespace zel
+}  // namespace kav
