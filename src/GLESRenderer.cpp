@@ -7,8 +7,17 @@
 #include <GLES3/gl31.h>
 #include <system/graphics.h>
 
+#include <zel/ExternalTexture.h>
+
+#include <bufmeta.h>
+#include <sync/sync.h>
+
+#include "BufferChecker.h"
+#include "Framebuffer.h"
+#include "VertexBuffer.h"
 #include "DebugSettings.h"
 #include "Extensions.h"
+#include "Image.h"
 #include "Log.h"
 #include "ScopedTrace.h"
 
@@ -26,6 +35,16 @@ constexpr int kGlesVersion3_0 = 0x30000;
 
 constexpr int kNoConfig = -2;
 
+// Images per cache: enough for any codec's buffer pool, and a bound on the EGLImages held.
+constexpr size_t kImageCacheCapacity = 350;
+
+// setConfig(ENABLE) bits.
+constexpr uint32_t kEnableMeshCache = 1u << 0;
+constexpr uint32_t kEnableProgramCache = 1u << 1;
+
+// Usage bits of CPU reads (0x3) and writes (0x30): such a source is never cached.
+constexpr uint32_t kCpuUsageMask = 0x33;
+
 EGLint contextPriorityLevel(Renderer::ContextPriority priority) {
     switch (priority) {
         case Renderer::LOW:
@@ -37,6 +56,14 @@ EGLint contextPriorityLevel(Renderer::ContextPriority priority) {
         default:
             return EGL_CONTEXT_PRIORITY_HIGH_IMG;
     }
+}
+
+// The handle to ask bufmeta about: the imported one, else the wrapped buffer's own.
+const native_handle* bufferHandleOf(const ExternalTexture& texture) {
+    if (texture.getHandle() != nullptr || texture.getGraphicBuffer() == nullptr) {
+        return texture.getHandle();
+    }
+    return texture.getGraphicBuffer()->handle;
 }
 
 // A creation that fails half-way gives back what it made, in the destructor's order, so that a
@@ -107,6 +134,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
 
     auto renderer = std::make_shared<GLESRenderer>(display, config, context, surface);
     renderer->mProtectedContext = args.enableProtectedContext;
+    renderer->mImageCacheManager->initThread(true);
 
     ZEL_LOGD("OpenGL ES informations:");
     ZEL_LOGD("vendor : %s, renderer : %s, version : %s", extensions.getVendor().c_str(),
@@ -129,6 +157,7 @@ GLESRenderer::GLESRenderer(EGLDisplay display, EGLConfig /*config*/, EGLContext 
     mRendererType = kTypeGles;
     mContextPriority = HIGH;
     mProtection = UNPROTECTED;
+    mImageCacheManager = std::make_unique<ImageCacheManager>(this);
 
     glGetIntegerv(GL_MAX_TEXTURE_SIZE, &mMaxTextureSize);
     ZEL_CHECK_GL();
@@ -138,13 +167,24 @@ GLESRenderer::GLESRenderer(EGLDisplay display, EGLConfig /*config*/, EGLContext 
     ZEL_CHECK_GL();
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
     ZEL_CHECK_GL();
+
+    mChooseProgram = std::make_shared<ChooseProgram>();
+    mDebugDetect = false;
 }
 
 GLESRenderer::~GLESRenderer() {
     ZEL_TRACE_NAME("~GLESRenderer");
+    // Cached images go while their context is still current.
+    if (mImageCacheManager->releaseAllCache() != OK) {
+        ZEL_LOGE_PLAIN("Image cache release fail!");
+    }
+    mImageCacheManager.reset();
     // The context is released after it was destroyed: EGL frees it once it is no longer current.
     releaseEgl(mDisplay, mStubSurface, mContext);
     mDisplay = EGL_NO_DISPLAY;
+    if (mDebugDetect) {
+        BufferCheckerRelease();
+    }
 }
 
 EGLDisplay GLESRenderer::initEglDisplay() {
@@ -438,38 +478,506 @@ Status GLESRenderer::deleteTexture(const uint32_t* texName) {
     return OK;
 }
 
-// The conversion pass is not wired yet: every blit reports that nothing was rendered.
-Status GLESRenderer::blit(const std::vector<Buffer>& /*inputs*/, Buffer& /*output*/,
-                          int /*timeout*/, AppInside appId) {
-    mAppId = appId;
-    ZEL_LOGE("no conversion pass available");
-    return RENDER_FAILED;
+void GLESRenderer::setViewportAndProjection(android::FloatRect& viewport,
+                                            android::FloatRect& clip) {
+    ZEL_TRACE_NAME("setViewportAndProjection");
+    mVpWidth = static_cast<uint32_t>(viewport.right - viewport.left);
+    mVpHeight = static_cast<uint32_t>(viewport.bottom - viewport.top);
+    ZEL_LOGD("mVpWidth = %u, mVpHeight = %u", mVpWidth, mVpHeight);
+    glViewport(static_cast<GLint>(viewport.left), static_cast<GLint>(viewport.top),
+               static_cast<GLsizei>(mVpWidth), static_cast<GLsizei>(mVpHeight));
+    ZEL_CHECK_GL();
+    ZEL_LOGD("clip.left = %f, clip.right = %f, clip.bottom = %f, clip.top = %f", clip.left,
+             clip.right, clip.bottom, clip.top);
+
+    // Orthographic, near plane 0 and far plane 1. The pass's clip has top -1 and bottom 1, so
+    // the y axis comes out flipped.
+    android::mat4& m = mDescription.mProjectionMatrix;
+    m = android::mat4(0.0f);
+    m[0][0] = 2.0f / (clip.right - clip.left);
+    m[1][1] = 2.0f / (clip.top - clip.bottom);
+    m[2][2] = -2.0f;
+    m[3][0] = -(clip.left + clip.right) / (clip.right - clip.left);
+    m[3][1] = -(clip.top + clip.bottom) / (clip.top - clip.bottom);
+    m[3][2] = -1.0f;
+    m[3][3] = 1.0f;
 }
 
-Status GLESRenderer::blit(const std::vector<Buffer>& /*inputs*/, Buffer& /*output*/,
-                          android::sp<android::Fence>& /*fence*/, AppInside appId) {
-    mAppId = appId;
-    ZEL_LOGE("no conversion pass available");
-    return RENDER_FAILED;
-}
-
-Status GLESRenderer::asyncBlit(const std::vector<Buffer>& /*inputs*/, Buffer& /*output*/,
-                               void* data, AppInside appId) {
-    mAppId = appId;
-    ZEL_LOGE("no conversion pass available");
-    if (android::sp<Listener> listener = promoteListener()) {
-        listener->onBlitError(RENDER_FAILED, data);
+bool GLESRenderer::drawMesh(const Mesh* mesh) {
+    ZEL_TRACE_NAME("drawMesh");
+    if (mesh == nullptr) {
+        ZEL_LOGE("%s: mesh is nullptr", __func__);
+        return false;
     }
-    return RENDER_FAILED;
+    if (mChooseProgram == nullptr) {
+        ZEL_LOGE("%s: mChooseProgram is nullptr", __func__);
+        return false;
+    }
+    std::shared_ptr<gl::Program> program;
+    {
+        ZEL_TRACE_NAME("getProgram");
+        program = mChooseProgram->getProgram(mDescription);
+    }
+    if (program == nullptr) {
+        ZEL_LOGE("get program failed");
+        return false;
+    }
+
+    // Attribute pointers are offsets into the buffer object when the mesh has one, else
+    // addresses in the mesh's own vertices.
+    const gl::VertexBuffer* buffer = mesh->mVertexBuffer.get();
+    const bool indices = mDescription.mHasIndices;
+    if (buffer != nullptr) {
+        buffer->bind(false);
+        if (indices) {
+            buffer->bind(true);
+        }
+    }
+    const GLsizei stride = static_cast<GLsizei>(mesh->mStride * sizeof(float));
+    {
+        ZEL_TRACE_NAME("set Postion Attrib");
+        glEnableVertexAttribArray(0);
+        ZEL_CHECK_GL();
+        const void* position = buffer != nullptr ? nullptr : mesh->mVertices.data();
+        glVertexAttribPointer(0, static_cast<GLint>(mesh->mVertexSize), GL_FLOAT, GL_FALSE, stride,
+                              position);
+        ZEL_CHECK_GL();
+    }
+    if (mDescription.mHasTexCoords) {
+        ZEL_TRACE_NAME("set texture coordinate Attrib");
+        glEnableVertexAttribArray(1);
+        ZEL_CHECK_GL();
+        // With a buffer object the offset is the texture-coordinate size, which equals the
+        // position size in the 2 + 2 layout of every mesh.
+        const void* texCoords =
+            buffer != nullptr
+                ? reinterpret_cast<const void*>(mesh->mTexCoordSize * sizeof(float))
+                : static_cast<const void*>(mesh->mVertices.data() + mesh->mVertexSize);
+        glVertexAttribPointer(1, static_cast<GLint>(mesh->mTexCoordSize), GL_FLOAT, GL_FALSE,
+                              stride, texCoords);
+        ZEL_CHECK_GL();
+    }
+    if (buffer != nullptr) {
+        // The attribute pointers keep the vertex buffer; the indices are read from client memory.
+        buffer->unbind(false);
+        if (indices) {
+            buffer->unbind(true);
+        }
+    }
+    {
+        ZEL_TRACE_NAME("program use");
+        program->use();
+        program->setUniforms(mDescription);
+    }
+    if (indices) {
+        ZEL_TRACE_NAME("glDrawElements");
+        glDrawElements(mesh->mPrimitive, static_cast<GLsizei>(mesh->mIndexCount), GL_UNSIGNED_INT,
+                       mesh->mIndices.data());
+        ZEL_CHECK_GL();
+    } else {
+        glDrawArrays(mesh->mPrimitive, 0, static_cast<GLsizei>(mesh->mVertexCount));
+        ZEL_CHECK_GL();
+    }
+    return true;
 }
 
-Status GLESRenderer::cacheNewImage(unsigned long /*id*/, Buffer /*buffer*/, android::Rect /*crop*/,
-                                   long /*cacheType*/) {
-    return NOT_IMPLEMENTED;
+// The conversion pass is not wired yet: every blit reports that nothing was rendered.
+Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::unique_fd* fence) {
+    ZEL_TRACE_NAME("convert");
+    if (src.texture == nullptr || dst.texture == nullptr) {
+        ZEL_LOGE("%s buffer has no texture", src.texture == nullptr ? "src" : "dst");
+        return BAD_VALUE;
+    }
+    ExternalTexture& srcTexture = *src.texture;
+    ExternalTexture& dstTexture = *dst.texture;
+    if (!Description::supportFormat(srcTexture.getPixelFormat())) {
+        ZEL_LOGE("src supportFormat not support");
+        return UNSUPPORTED_FORMAT;
+    }
+    if (!Description::supportFormat(dstTexture.getPixelFormat())) {
+        ZEL_LOGE("dst supportFormat not support");
+        return UNSUPPORTED_FORMAT;
+    }
+    const BufferSettings* settings = src.settings.get();
+    const android::Rect crop = settings != nullptr ? settings->crop : android::Rect::INVALID_RECT;
+
+    // Made on every pass; the cached path leaves it unused.
+    Image srcImage(mDisplay, 0);
+    if (!isSourceCacheable(srcTexture)) {
+        srcImage.setNativeWindowBuffer(srcTexture.getGraphicBuffer()->getNativeBuffer(), crop,
+                                       mProtectedContext);
+        srcImage.bindTextureImage(GL_TEXTURE0);
+    } else if (!bindCachedSource(src, crop)) {
+        return RENDER_FAILED;
+    }
+
+    // The destination gets a fresh EGLImage every pass, never cropped, never cached.
+    Image dstImage(mDisplay, 0);
+    dstImage.setNativeWindowBuffer(dstTexture.getGraphicBuffer()->getNativeBuffer(),
+                                   android::Rect::INVALID_RECT, mProtectedContext);
+    dstImage.bindTextureImage(GL_TEXTURE2);
+
+    if (ZEL_debug_dump) {
+        createBufferChecker();
+        ZEL_LOGD1("mDebugDetect %d", mDebugDetect ? 1 : 0);
+        srcTexture.DumpBuffer("in");
+    }
+
+    gl::Framebuffer framebuffer;
+    framebuffer.bindTextureImageAsFramebuffer(dstImage);
+
+    std::shared_ptr<Mesh> mesh = selectMesh(settings);
+
+    uint32_t width = dstTexture.getWidth();
+    uint32_t height = dstTexture.getHeight();
+    if (settings != nullptr && settings->forceWidth != 0 && settings->forceHeight != 0) {
+        ZEL_LOGD("User set force dst buffer size width:%d, height:%d", settings->forceWidth,
+                 settings->forceHeight);
+        width = static_cast<uint32_t>(settings->forceWidth);
+        height = static_cast<uint32_t>(settings->forceHeight);
+    }
+    mDescription.mHasProjection = false;
+    android::FloatRect viewport(0.0f, 0.0f, static_cast<float>(width), static_cast<float>(height));
+    android::FloatRect clip(-1.0f, -1.0f, 1.0f, 1.0f);
+    setViewportAndProjection(viewport, clip);
+    if (settings != nullptr) {
+        applySourceTransform(*settings, srcTexture);
+    }
+
+    mDescription.setFmtType(srcTexture.getPixelFormat(), dstTexture.getPixelFormat());
+    if (mDescription.mFmtType == Description::kFmtRgbaToYuv) {
+        mDescription.setDatasapce(static_cast<android_dataspace_t>(dstTexture.getDataspace()));
+    }
+    mDescription.mCacheProgram = (mEnable & kEnableProgramCache) != 0;
+
+    Status result = OK;
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer.getFramebuffer());
+    ZEL_CHECK_GL();
+    const bool drawn = drawMesh(mesh.get());
+    glBindFramebuffer(GL_FRAMEBUFFER, 0);
+    ZEL_CHECK_GL();
+    if (!drawn) {
+        ZEL_LOGE("drawMesh failed");
+        result = RENDER_FAILED;
+    } else {
+        if (ZEL_debug_dump) {
+            glFinish();
+            ZEL_CHECK_GL();
+            const std::string path = dstTexture.DumpBuffer("out");
+            if (mDebugDetect) {
+                BufferCheckerRun(path.c_str(), dstTexture.getWidth(), dstTexture.getHeight(),
+                                 dstTexture.getPixelFormat(),
+                                 static_cast<Dataspace>(dstTexture.getDataspace()));
+            }
+        }
+        if (fence != nullptr) {
+            *fence = flush();
+        }
+    }
+    // Locals go in reverse order: mesh reference, framebuffer, destination, then source image.
+    mesh.reset();
+    return result;
+}
+
+bool GLESRenderer::isSourceCacheable(const ExternalTexture& srcTexture) {
+    uint32_t usage = 0;
+    const int error = bufmeta_query(bufferHandleOf(srcTexture), BUFMETA_GET_USAGE, &usage);
+    if (error != 0) {
+        ZEL_LOGE(
+            "bufmeta_query: BUFMETA_GET_USAGE failed with err: %d, default disable src buffer "
+            "cache",
+            error);
+        return false;
+    }
+    if ((usage & kCpuUsageMask) != 0) {
+        ZEL_LOGD("Source buffer has sw read, write uasge, disable src buffer cache, usage:%ld",
+                 static_cast<long>(usage));
+        return false;
+    }
+    return true;
+}
+
+bool GLESRenderer::bindCachedSource(const Buffer& src, const android::Rect& crop) {
+    const ExternalTexture& srcTexture = *src.texture;
+    uint64_t id = 0;
+    if (srcTexture.isImported()) {
+        // Every import of one allocation shares this id; GraphicBuffer ids are per object.
+        const int error = bufmeta_query(srcTexture.getHandle(), BUFMETA_GET_BUFFER_ID, &id);
+        if (error != 0) {
+            ZEL_LOGE_PLAIN("get SRC bufmeta id fail, err: %d, handle:%p", error,
+                           srcTexture.getHandle());
+        }
+    } else {
+        id = srcTexture.getGraphicBuffer()->getId();
+    }
+
+    bool cached = false;
+    {
+        std::lock_guard<std::mutex> lock(mImageCacheMutex);
+        cached = mSrcImageCache.count(id) != 0;
+    }
+    if (!cached) {
+        ZEL_LOGD("src Add buffer id: %lu", static_cast<unsigned long>(id));
+        mImageCacheManager->cache(id, src, crop, 0);
+    }
+
+    std::lock_guard<std::mutex> lock(mImageCacheMutex);
+    const auto entry = mSrcImageCache.find(id);
+    if (entry == mSrcImageCache.end()) {
+        ZEL_LOGE_PLAIN("cache still not found");
+        return false;
+    }
+    ZEL_LOGD("src find buffer id: %lu", static_cast<unsigned long>(entry->second->getBufferId()));
+    entry->second->bindTextureImage(GL_TEXTURE0);
+    return true;
+}
+
+std::shared_ptr<Mesh> GLESRenderer::selectMesh(const BufferSettings* settings) {
+    mDescription.mUseVertexBuffer = false;
+    mDescription.mHasIndices = false;
+    mDescription.mHasTexCoords = false;
+
+    if (settings != nullptr && settings->mesh != nullptr) {
+        // A client mesh is uploaded again on every pass.
+        std::shared_ptr<Mesh> mesh = settings->mesh;
+        mDescription.mHasTexCoords = true;
+        mDescription.mUseVertexBuffer = true;
+        mDescription.mHasIndices = mesh->mIndexCount != 0;
+        auto vertexBuffer = std::make_shared<gl::VertexBuffer>();
+        vertexBuffer->allocateBuffers(mesh->mVertices.data(),
+                                      static_cast<unsigned int>(mesh->mVertices.size()), false);
+        if (mDescription.mHasIndices) {
+            vertexBuffer->allocateBuffers(mesh->mIndices.data(),
+                                          static_cast<unsigned int>(mesh->mIndices.size()), true);
+        }
+        mesh->mVertexBuffer = std::move(vertexBuffer);
+        return mesh;
+    }
+    if ((mEnable & kEnableMeshCache) != 0) {
+        std::shared_ptr<Mesh>& cached = mMeshCache[Mesh::buildRectHash()];
+        if (cached == nullptr) {
+            cached = Mesh::buildRect();
+        } else {
+            ZEL_LOGD("cache mesh");
+        }
+        return cached;
+    }
+    mMeshCache.clear();
+    return Mesh::buildRect();
+}
+
+void GLESRenderer::applySourceTransform(const BufferSettings& settings,
+                                        const ExternalTexture& srcTexture) {
+    if (!mDescription.mHasProjection) {
+        mDescription.mProjectionMatrix = android::mat4();
+    }
+    const android::Rect& region = settings.region;
+    const android::Rect& none = android::Rect::INVALID_RECT;
+    if (region.left != none.left || region.top != none.top || region.right != none.right ||
+        region.bottom != none.bottom) {
+        const float w = static_cast<float>(srcTexture.getWidth());
+        const float h = static_cast<float>(srcTexture.getHeight());
+        android::mat4 translate;
+        translate[3][0] = static_cast<float>(region.left) / w;
+        translate[3][1] = static_cast<float>(region.top) / h;
+        android::mat4 scale;
+        scale[0][0] = static_cast<float>(region.right - region.left) / w;
+        // Scaled by the width as well, the way clients have always set regions.
+        scale[1][1] = static_cast<float>(region.bottom - region.top) / w;
+        mDescription.mProjectionMatrix = mDescription.mProjectionMatrix * translate * scale;
+        mDescription.mHasProjection = true;
+    }
+    if (settings.rotation != 0.0f) {
+        const float radians = settings.rotation * 3.1415927f / 180.0f;
+        mDescription.mProjectionMatrix =
+            mDescription.mProjectionMatrix *
+            android::mat4::rotate(radians, android::vec3(0.0f, 0.0f, 1.0f));
+        mDescription.mHasProjection = true;
+    }
+}
+
+Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
+                          android::base::unique_fd* fence, AppInside appId) {
+    ZEL_TRACE_NAME("blit");
+    const int32_t count = static_cast<int32_t>(inputs.size());
+    ZEL_LOGD("sources buffer size = %d", count);
+    if (count > 2) {
+        return UNSUPPORTED_FORMAT;
+    }
+    mAppId = appId;
+    mDescription.mAppId = appId;
+    ZEL_LOGD("blit appId = %d", appId);
+    if (appId != APP_INSIDE_DEFAULT || count == 2) {
+        return UNSUPPORTED_FORMAT;
+    }
+    mDescription.mDualSource = count != 1;
+    if (mDescription.mDualSource) {
+        // No source: nothing to wait on and nothing to draw.
+        return OK;
+    }
+    wait(inputs[0]);
+    ZEL_TRACE_NAME("convert_source0");
+    return convert(inputs[0], output, fence);
+}
+
+Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output, int timeout,
+                          AppInside appId) {
+    android::base::unique_fd fence;
+    const Status result = blit(inputs, output, &fence, appId);
+    if (result != OK) {
+        ZEL_LOGE("blit failed");
+        return result;
+    }
+    // Without a native fence there is nothing to wait on, and no way to report success.
+    return sync_wait(fence.get(), timeout) < 0 ? TIMED_OUT : OK;
+}
+
+Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
+                          android::sp<android::Fence>& fence, AppInside appId) {
+    android::base::unique_fd fd;
+    const Status result = blit(inputs, output, &fd, appId);
+    if (result != OK) {
+        ZEL_LOGE("blit failed");
+        return result;
+    }
+    fence = new android::Fence(std::move(fd));
+    return OK;
+}
+
+Status GLESRenderer::asyncBlit(const std::vector<Buffer>& inputs, Buffer& output, void* data,
+                               AppInside appId) {
+    ZEL_TRACE_NAME("asyncBlit");
+    const android::sp<Listener> listener = promoteListener();
+    android::base::unique_fd fd;
+    const Status result = blit(inputs, output, &fd, appId);
+    if (result != OK) {
+        ZEL_LOGE("blit failed");
+        if (listener != nullptr) {
+            listener->onBlitError(result, data);
+        }
+        return result;
+    }
+    android::sp<android::Fence> fence = new android::Fence(std::move(fd));
+    char traceName[40];
+    if (snprintf(traceName, sizeof(traceName), "use_fence_%p", fence.get()) < 0) {
+        ZEL_LOGE("trace sprintf fence fail");
+    }
+    {
+        ScopedTrace trace(traceName);
+        output.texture->setFence(fence);
+    }
+    if (listener != nullptr) {
+        listener->onBlitDone(output, data);
+    }
+    return result;
+}
+
+void GLESRenderer::wait(const Buffer& buffer) {
+    ZEL_TRACE_NAME("wait");
+    auto waitOn = [](const ExternalTexture* texture) {
+        if (texture != nullptr && texture->getFence() != nullptr) {
+            texture->getFence()->wait(-1);
+        }
+    };
+    waitOn(buffer.texture.get());
+    if (buffer.settings == nullptr) {
+        return;
+    }
+    for (const std::shared_ptr<Texture>& aux :
+         {buffer.settings->auxTexture0, buffer.settings->auxTexture1}) {
+        if (aux != nullptr && aux->getTextureTarget() == GL_TEXTURE_EXTERNAL_OES) {
+            waitOn(static_cast<const ExternalTexture*>(aux.get()));
+        }
+    }
+}
+
+android::base::unique_fd GLESRenderer::flush() {
+    if (!gl::Extensions::getInstance().hasNativeFenceSync()) {
+        return android::base::unique_fd();
+    }
+    EGLSyncKHR sync = eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
+    ZEL_CHECK_EGL();
+    if (sync == EGL_NO_SYNC_KHR) {
+        ZEL_LOGW_PLAIN("failed to create EGL native fence sync: %#x", eglGetError());
+        return android::base::unique_fd();
+    }
+    glFlush();
+    ZEL_CHECK_GL();
+    android::base::unique_fd fd(eglDupNativeFenceFDANDROID(mDisplay, sync));
+    eglDestroySyncKHR(mDisplay, sync);
+    if (fd.get() == -1) {
+        ZEL_LOGW_PLAIN("failed to dup EGL native fence sync: %#x", eglGetError());
+    }
+    return fd;
+}
+
+Status GLESRenderer::cacheNewImage(unsigned long id, Buffer buffer, android::Rect crop,
+                                   long cacheType) {
+    if (cacheType == 1 && !mDstCacheEnabled) {
+        return OK;
+    }
+    // Imported outside the lock. An image whose EGLImage could not be made is cached all the
+    // same; binding it later fails and says so.
+    auto image = std::make_shared<Image>(mDisplay, id);
+    ANativeWindowBuffer* nativeBuffer = nullptr;
+    if (buffer.texture != nullptr && buffer.texture->getGraphicBuffer() != nullptr) {
+        nativeBuffer = buffer.texture->getGraphicBuffer()->getNativeBuffer();
+    }
+    image->setNativeWindowBuffer(nativeBuffer, crop, mProtectedContext);
+
+    std::lock_guard<std::mutex> lock(mImageCacheMutex);
+    auto& cache = cacheType == 0 ? mSrcImageCache : mDstImageCache;
+    // An id already cached keeps its first image; the new one is dropped at once.
+    cache.emplace(id, std::move(image));
+    if (cache.size() > kImageCacheCapacity) {
+        // Whichever entry the table iterates first, not the oldest one. Its image lives on while
+        // a pass still holds it.
+        cache.erase(cache.begin());
+    }
+    return OK;
 }
 
 Status GLESRenderer::releaseCache() {
+    std::lock_guard<std::mutex> lock(mImageCacheMutex);
+    // Every image is destroyed here, in cache order, while the maps are still whole.
+    for (auto& [id, image] : mSrcImageCache) {
+        image.reset();
+        ZEL_LOGD("release src image: %lu", id);
+    }
+    for (auto& [id, image] : mDstImageCache) {
+        image.reset();
+        ZEL_LOGD("release dst image: %lu", id);
+    }
+    if (!mSrcImageCache.empty()) {
+        mSrcImageCache.clear();
+    }
+    if (!mDstImageCache.empty()) {
+        mDstImageCache.clear();
+    }
     return OK;
+}
+
+std::shared_ptr<Image> GLESRenderer::findCachedImage(unsigned long id, long cacheType) {
+    std::lock_guard<std::mutex> lock(mImageCacheMutex);
+    const auto& cache = cacheType == 0 ? mSrcImageCache : mDstImageCache;
+    const auto entry = cache.find(id);
+    return entry != cache.end() ? entry->second : nullptr;
+}
+
+std::vector<unsigned long> GLESRenderer::cachedImageIds(long cacheType) {
+    std::lock_guard<std::mutex> lock(mImageCacheMutex);
+    const auto& cache = cacheType == 0 ? mSrcImageCache : mDstImageCache;
+    std::vector<unsigned long> ids;
+    ids.reserve(cache.size());
+    for (const auto& entry : cache) {
+        ids.push_back(entry.first);
+    }
+    return ids;
+}
+
+bool GLESRenderer::createBufferChecker() {
+    mDebugDetect = BufferCheckerCreate() == 0;
+    return mDebugDetect;
 }
 
 }  // namespace zel

@@ -10,14 +10,26 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <unordered_map>
+#include <vector>
+
+#include <android-base/unique_fd.h>
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
+#include <ui/FloatRect.h>
 
 #include <zel/Renderer.h>
 
+#include "ChooseProgram.h"
+#include "Description.h"
+#include "Mesh.h"
+#include "ImageCacheManager.h"
+
 namespace kav {
 namespace zel {
+
+class Image;
 
 class GLESRenderer : public Renderer {
 public:
@@ -70,7 +82,45 @@ public:
     uint32_t getEnable() const { return mEnable; }
     bool isProtectedContext() const { return mProtectedContext; }
 
+    // The core blit: one source of application 0, waited on, then converted. |fence| (may be
+    // null) receives the native fence of the pass, -1 when the driver gives none.
+    Status blit(const std::vector<Buffer>& inputs, Buffer& output, android::base::unique_fd* fence,
+                AppInside appId);
+    // One conversion pass of |src| into |dst|.
+    Status convert(const Buffer& src, Buffer& dst, android::base::unique_fd* fence);
+    // Blocks until the producer fences of |buffer| and its external auxiliary textures signal.
+    void wait(const Buffer& buffer);
+    // Submits the GL work; the native fence that signals when it is done, or -1.
+    android::base::unique_fd flush();
+    size_t getMeshCacheSize() const { return mMeshCache.size(); }
+
+    // Image caches. The image cached for |id| in the source (cacheType 0) or destination cache,
+    // empty when there is none; and the ids a cache holds, in its iteration order.
+    std::shared_ptr<Image> findCachedImage(unsigned long id, long cacheType);
+    std::vector<unsigned long> cachedImageIds(long cacheType);
+
+    // Buffer checker, while dumping: asks the plug-in to get ready for this frame. mDebugDetect
+    // follows the answer, and the renderer releases the plug-in at destruction while it is set.
+    bool createBufferChecker();
+    bool getDebugDetect() const { return mDebugDetect; }
+
+    // Drawing. Sets the GL viewport and writes the orthographic projection of |clip| into the
+    // description (without turning mHasProjection on).
+    void setViewportAndProjection(android::FloatRect& viewport, android::FloatRect& clip);
+    // Draws |mesh| with the program the description selects; false (logged) when nothing was
+    // drawn. The mesh's vertex buffer, when it has one, feeds the attributes.
+    bool drawMesh(const Mesh* mesh);
+    Description& getDescription() { return mDescription; }
+    uint32_t getVpWidth() const { return mVpWidth; }
+    uint32_t getVpHeight() const { return mVpHeight; }
+
 private:
+    // Steps of a conversion pass.
+    static bool isSourceCacheable(const ExternalTexture& srcTexture);
+    bool bindCachedSource(const Buffer& src, const android::Rect& crop);
+    std::shared_ptr<Mesh> selectMesh(const BufferSettings* settings);
+    void applySourceTransform(const BufferSettings& settings, const ExternalTexture& srcTexture);
+
     EGLDisplay mDisplay = EGL_NO_DISPLAY;
     EGLContext mContext = EGL_NO_CONTEXT;
     EGLSurface mStubSurface = EGL_NO_SURFACE;
@@ -79,16 +129,26 @@ private:
     bool mProtectedContext = false;
 
     // Drawing state.
-    int32_t mVpWidth = 0;
-    int32_t mVpHeight = 0;
+    uint32_t mVpWidth = 0;
+    uint32_t mVpHeight = 0;
+    Description mDescription;
 
     // Per-blit settings.
     AppInside mAppId = APP_INSIDE_DEFAULT;
     uint32_t mEnable = 0;
 
+    // Both hold GL names of this renderer's context. As members they go after the destructor's
+    // body, when the context is already gone: their GL deletions then have no current context
+    // and do nothing (the names died with the context).
+    std::unordered_map<uint64_t, std::shared_ptr<Mesh>> mMeshCache;
+    std::shared_ptr<ChooseProgram> mChooseProgram;
+
     bool mDebugDetect = false;
     bool mDstCacheEnabled = true;
     std::mutex mImageCacheMutex;
+    std::unordered_map<unsigned long, std::shared_ptr<Image>> mSrcImageCache;
+    std::unordered_map<unsigned long, std::shared_ptr<Image>> mDstImageCache;
+    std::unique_ptr<ImageCacheManager> mImageCacheManager;
 };
 
 }  // namespace zel

@@ -1,0 +1,53 @@
+/*
+ * Frames for renderer tests: graphic buffers filled with test images, wrapped as the Buffer
+ * records a codec hands the renderer, and the expected picture of a draw computed independently
+ * of the library, from where each destination pixel lands in the source.
+ */
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+
+#include <ui/GraphicBuffer.h>
+
+#include <zel/ExternalTexture.h>
+#include <zel/Renderer.h>
+
+#include "ReferenceConverter.h"
+
+namespace zel {
+namespace test {
+
+// GPU-only usage (texture + render target): such a source is cached by the renderer.
+constexpr uint64_t kGpuUsage = 0x100 | 0x200;
+// CPU read/write usage besides: never cached.
+constexpr uint64_t kCpuUsage = kGpuUsage | 0x3 | 0x30;
+
+android::sp<android::GraphicBuffer> allocateBuffer(int width, int height, int32_t format,
+                                                   uint64_t usage = kGpuUsage);
+
+// A Buffer record around `buffer`, with settings when given.
+kav::zel::Buffer bufferOf(const android::sp<android::GraphicBuffer>& buffer,
+                          std::shared_ptr<kav::zel::BufferSettings> settings = nullptr);
+
+void setDataspace(android::GraphicBuffer& buffer, int32_t dataspace);
+
+// The source picture of `format` filled from `image`: RGBA as it is, YUV encoded in `space`.
+// Returns what sampling it as RGBA yields per pixel (for YUV, the decoded planes).
+RgbImage fillSource(android::GraphicBuffer& buffer, const RgbImage& image,
+                    const ColourSpace& space);
+
+// Where a destination pixel centre (x, y) samples the source, in normalised texture coordinates;
+// false when the pixel is not covered by the draw.
+using SampleMap = std::function<bool(double x, double y, double* s, double* t)>;
+
+// Checks an RGBA destination against `source` through `map`: a covered pixel must match, within
+// `tolerance`, one of the source texels around (s, t) (a texel edge may fall on a pixel centre);
+// a pixel not covered must still hold `poison`. Pixels within half a pixel of the coverage edge
+// may be either.
+testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& source,
+                                     const SampleMap& map, const Rgb8& poison, int tolerance);
+
+}  // namespace test
+}  // namespace zel
