@@ -10,7 +10,7 @@ packages=(
     build-essential cmake ninja-build pkg-config python3 git
     android-libutils-dev android-libcutils-dev android-liblog-dev android-libbase-dev
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
-    googletest libgtest-dev
+    googletest libgtest-dev libbenchmark-dev
 )
 missing=()
 for p in "${packages[@]}"; do
