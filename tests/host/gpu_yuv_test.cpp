@@ -1,16 +1,21 @@
-// The GPU layer converts YUV buffers as an Android driver with GL_EXT_YUV_target does, checked
-// against the reference converter for every host YUV format and every standard and range, with
-// the three shader shapes the library generates: YUV sampled into RGBA through samplerExternalOES,
+// The GPU layer's YUV support as an Android driver with GL_EXT_YUV_target has it. Conversions are
+// checked against the reference converter for every host YUV format, standard and range, with the
+// three shader shapes the library generates: YUV sampled into RGBA through samplerExternalOES,
 // RGBA rendered into YUV through rgb_2_yuv and a layout(yuv) output, and YUV copied to YUV through
-// __samplerExternal2DY2YEXT.
+// __samplerExternal2DY2YEXT. Beyond them: the extension is advertised, the built-ins follow the
+// formulas without clamping, draws keep what they do not cover, crops select what is sampled and
+// rendered, the chroma-top-left profile, and the program variants that sample YUV images.
+#include <array>
+#include <cmath>
+#include <cstring>
 #include <random>
 #include <string>
 #include <tuple>
 
 #include <gtest/gtest.h>
-#include <hardware/gralloc.h>
 #include <system/graphics.h>
 #include <ui/GraphicBuffer.h>
+#include <ui/GraphicBufferMapper.h>
 #include <zel/host/Gpu.h>
 
 #include "EglContext.h"
@@ -22,6 +27,7 @@ using android::sp;
 using zel::test::ColourSpace;
 using zel::test::ExternalImage;
 using zel::test::ImageFramebuffer;
+using zel::test::libraryDraw;
 using zel::test::Program;
 using zel::test::Quad;
 using zel::test::RgbImage;
@@ -75,28 +81,25 @@ YuvImage randomCodes(int width, int height, int bitDepth, uint32_t seed) {
     return image;
 }
 
-// The oracle itself: the documented examples, exact inverses, 4:2:0 at odd sizes, dataspaces and
-// the P010 memory format.
+// The oracle itself: the documented examples, exact inverses, 4:2:0 at odd sizes, dataspaces.
+// (Its P010 memory format is the host gralloc's, checked by the layout tests.)
 TEST(YuvReferenceConverter, FollowsTheDocumentedFormulasAndLayouts) {
-    const ColourSpace bt601 = {YuvStandard::Bt601, false};
-    const zel::test::Yuv red601 = zel::test::yuvFromRgb(bt601, {1, 0, 0});
-    EXPECT_EQ(zel::test::codeOf(red601.y, 8), 81);
-    EXPECT_EQ(zel::test::codeOf(red601.cb, 8), 90);
-    EXPECT_EQ(zel::test::codeOf(red601.cr, 8), 240);
-    const zel::test::Yuv red709 = zel::test::yuvFromRgb({YuvStandard::Bt709, true}, {1, 0, 0});
-    EXPECT_EQ(zel::test::codeOf(red709.y, 8), 54);
-    EXPECT_EQ(zel::test::codeOf(red709.cb, 8), 99);
-    EXPECT_GT(red709.cr, 1.0);  // unclamped; 255 as a code
-    EXPECT_EQ(zel::test::codeOf(red709.cr, 8), 255);
+    auto codes = [](const ColourSpace& space, const zel::test::Rgb& rgb) {
+        const zel::test::Yuv yuv = zel::test::yuvFromRgb(space, rgb);
+        return std::array<int, 3>{zel::test::codeOf(yuv.y, 8), zel::test::codeOf(yuv.cb, 8),
+                                  zel::test::codeOf(yuv.cr, 8)};
+    };
+    EXPECT_EQ(codes({YuvStandard::Bt601, false}, {1, 0, 0}), (std::array<int, 3>{81, 90, 240}));
+    // Full-range BT.709 red: Cr beyond 1 unclamped, 255 as a code.
+    EXPECT_GT(zel::test::yuvFromRgb({YuvStandard::Bt709, true}, {1, 0, 0}).cr, 1.0);
+    EXPECT_EQ(codes({YuvStandard::Bt709, true}, {1, 0, 0}), (std::array<int, 3>{54, 99, 255}));
     for (const ColourSpace& space : kColourSpaces) {
         for (double r : {0.0, 0.3, 1.0}) {
-            for (double b : {0.0, 0.6, 1.0}) {
-                const zel::test::Rgb rgb =
-                    zel::test::rgbFromYuv(space, zel::test::yuvFromRgb(space, {r, 0.5, b}));
-                EXPECT_NEAR(rgb.r, r, 1e-12);
-                EXPECT_NEAR(rgb.g, 0.5, 1e-12);
-                EXPECT_NEAR(rgb.b, b, 1e-12);
-            }
+            const zel::test::Rgb rgb =
+                zel::test::rgbFromYuv(space, zel::test::yuvFromRgb(space, {r, 0.5, 1 - r}));
+            EXPECT_NEAR(rgb.r, r, 1e-12);
+            EXPECT_NEAR(rgb.g, 0.5, 1e-12);
+            EXPECT_NEAR(rgb.b, 1 - r, 1e-12);
         }
         EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(zel::test::dataspaceOf(space))),
                   zel::test::nameOf(space));
@@ -109,71 +112,62 @@ TEST(YuvReferenceConverter, FollowsTheDocumentedFormulasAndLayouts) {
     // 3x3: the last chroma column and row average the pixels that exist.
     RgbImage image(3, 3);
     for (int i = 0; i < 9; ++i) {
-        const uint8_t value = static_cast<uint8_t>(i * 30);
-        image.pixels[static_cast<size_t>(i)] = {value, 0, 0, 255};
+        image.pixels[static_cast<size_t>(i)] = {static_cast<uint8_t>(i * 30), 0, 0, 255};
     }
     const ColourSpace full = {YuvStandard::Bt601, true};
     const YuvImage average = zel::test::encode(image, full, 8);
-    const YuvImage topLeft = zel::test::encode(image, full, 8, zel::test::ChromaSiting::TopLeft);
-    ASSERT_EQ(average.chromaWidth(), 2);
     auto crOf = [&](double red) { return zel::test::yuvFromRgb(full, {red / 255.0, 0, 0}).cr; };
+    ASSERT_EQ(average.chromaWidth(), 2);
     EXPECT_EQ(average.crAt(1, 0), zel::test::codeOf((crOf(60) + crOf(150)) / 2, 8));
     EXPECT_EQ(average.crAt(1, 1), zel::test::codeOf(crOf(240), 8));
-    EXPECT_EQ(topLeft.crAt(0, 0), zel::test::codeOf(crOf(0), 8));
-
-    // P010 memory: code << 6, little-endian, through the mapper's chroma description.
-    sp<GraphicBuffer> p010 = zel::test::makeTestBuffer(5, 3, HAL_PIXEL_FORMAT_YCBCR_P010);
-    YuvImage codes(5, 3, 10);
-    codes.lumaAt(0, 0) = 0x3FF;
-    codes.lumaAt(4, 2) = 0x155;
-    codes.cbAt(2, 1) = 0x201;
-    codes.crAt(2, 1) = 0x002;
-    zel::test::writePlanes(*p010, codes);
-    EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*p010), codes, 0, 0));
-    EXPECT_TRUE(zel::test::p010LowBitsClear(*p010));
-    android_ycbcr planes = {};
-    ASSERT_EQ(p010->lockYCbCr(GRALLOC_USAGE_SW_READ_OFTEN, &planes), android::NO_ERROR);
-    const auto* y = static_cast<const uint8_t*>(planes.y);
-    EXPECT_EQ(y[0] | y[1] << 8, 0x3FF << 6);
-    const auto* cr =
-        static_cast<const uint8_t*>(planes.cr) + planes.cstride + 2 * planes.chroma_step;
-    EXPECT_EQ(cr[0] | cr[1] << 8, 0x002 << 6);
-    p010->unlock();
+    EXPECT_EQ(zel::test::encode(image, full, 8, zel::test::ChromaSiting::TopLeft).crAt(0, 0),
+              zel::test::codeOf(crOf(0), 8));
 }
 
-class YuvConversionTest : public testing::Test {
+constexpr ColourSpace kBt601 = {YuvStandard::Bt601, false};
+
+std::vector<EGLint> crop(int left, int top, int right, int bottom) {
+    return {EGL_IMAGE_CROP_LEFT_ANDROID,  left,  EGL_IMAGE_CROP_TOP_ANDROID,    top,
+            EGL_IMAGE_CROP_RIGHT_ANDROID, right, EGL_IMAGE_CROP_BOTTOM_ANDROID, bottom};
+}
+
+// Copies the columns [first, last) of `from` into `to` (chroma: the blocks of those columns).
+void copyColumns(const YuvImage& from, YuvImage& to, int first, int last) {
+    for (int y = 0; y < from.height; ++y) {
+        for (int x = first; x < last; ++x) {
+            to.lumaAt(x, y) = from.lumaAt(x, y);
+        }
+    }
+    for (int j = 0; j < from.chromaHeight(); ++j) {
+        for (int i = first / 2; i < last / 2; ++i) {
+            to.cbAt(i, j) = from.cbAt(i, j);
+            to.crAt(i, j) = from.crAt(i, j);
+        }
+    }
+}
+
+class YuvRendering : public testing::Test {
 protected:
     void SetUp() override {
         if (!zel::host::gpuAvailable()) {
             GTEST_SKIP() << "no usable EGL driver: " << zel::host::gpuUnavailableReason();
         }
+        startContext();
+    }
+
+    void startContext() {
+        mContext.reset();
         mContext = std::make_unique<zel::test::EglContext>();
         ASSERT_TRUE(mContext->ok()) << mContext->failure();
     }
 
-    // Draws `source` over the whole of `destination` with the library's shader of `shape`.
-    void draw(GraphicBuffer& source, GraphicBuffer& destination, ShaderShape shape,
-              const char* constant = "itu_601", GLenum filter = GL_NEAREST) {
-        Program program(zel::test::libraryVertexShader(),
-                        zel::test::libraryFragmentShader(shape, constant));
-        ASSERT_EQ(program.error(), "");
-        ExternalImage sourceImage(mContext->display(), source);
-        ExternalImage destinationImage(mContext->display(), destination);
-        ASSERT_TRUE(sourceImage.ok() && destinationImage.ok());
-        sourceImage.bind(GL_TEXTURE0, filter);
-        ImageFramebuffer framebuffer(destinationImage, static_cast<int>(destination.getWidth()),
-                                     static_cast<int>(destination.getHeight()));
-        program.use();
-        Quad().draw();
-        glFinish();
-        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
-    }
+    EGLDisplay display() const { return mContext->display(); }
 
     std::unique_ptr<zel::test::EglContext> mContext;
 };
 
 class YuvFormatAndColourSpace
-    : public YuvConversionTest,
+    : public YuvRendering,
       public testing::WithParamInterface<std::tuple<Format, ColourSpace>> {};
 
 TEST_P(YuvFormatAndColourSpace, ExternalSamplerConvertsWithTheBufferDataspace) {
@@ -189,14 +183,14 @@ TEST_P(YuvFormatAndColourSpace, ExternalSamplerConvertsWithTheBufferDataspace) {
 
         // Nearest chroma: every pixel sees its block's sample.
         zel::test::poisonBuffer(*destination);
-        draw(*source, *destination, ShaderShape::ToRgba);
+        libraryDraw(*source, *destination, ShaderShape::ToRgba);
         EXPECT_TRUE(zel::test::imagesMatch(zel::test::readRgba(*destination),
                                            zel::test::decode(planes, space), 1, true));
 
         // Linear: chroma interpolated between sample centres, clamped at the edges. The driver
         // filters 8-bit planes to 8 bits, which the conversion magnifies by up to 2.3.
         zel::test::poisonBuffer(*destination);
-        draw(*source, *destination, ShaderShape::ToRgba, "", GL_LINEAR);
+        libraryDraw(*source, *destination, ShaderShape::ToRgba, "", GL_LINEAR);
         EXPECT_TRUE(zel::test::imagesMatch(
             zel::test::readRgba(*destination),
             zel::test::decode(planes, space, zel::test::ChromaFilter::Linear), 3, true));
@@ -221,7 +215,7 @@ TEST_P(YuvFormatAndColourSpace, Rgb2YuvRendersIntoThePlanes) {
         }
         zel::test::writeRgba(*source, image);
         zel::test::poisonBuffer(*destination);
-        draw(*source, *destination, ShaderShape::RgbToYuv, zel::test::yuvConstantOf(space));
+        libraryDraw(*source, *destination, ShaderShape::RgbToYuv, zel::test::yuvConstantOf(space));
         const int bitDepth = zel::test::bitDepthOf(format.hal);
         EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*destination),
                                            zel::test::encode(image, space, bitDepth), 1, 2));
@@ -239,7 +233,7 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, YuvFormatAndColourSpace,
                                           testing::ValuesIn(kColourSpaces)),
                          formatAndSpaceName);
 
-class YuvFormat : public YuvConversionTest, public testing::WithParamInterface<Format> {};
+class YuvFormat : public YuvRendering, public testing::WithParamInterface<Format> {};
 
 TEST_P(YuvFormat, Y2ySamplerCopiesTheCodesIntoEveryLayoutOfItsDepth) {
     const Format source = GetParam();
@@ -259,7 +253,7 @@ TEST_P(YuvFormat, Y2ySamplerCopiesTheCodesIntoEveryLayoutOfItsDepth) {
                          << size.width << "x" << size.height << " into 0x" << std::hex << format);
             sp<GraphicBuffer> to = zel::test::makeTestBuffer(size.width, size.height, format);
             zel::test::poisonBuffer(*to);
-            draw(*from, *to, ShaderShape::YuvToYuv);
+            libraryDraw(*from, *to, ShaderShape::YuvToYuv);
             EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*to), codes, 0, 0));
             if (bitDepth == 10) {
                 EXPECT_TRUE(zel::test::p010LowBitsClear(*to));
@@ -275,7 +269,7 @@ TEST_P(YuvFormat, Y2ySamplerReturnsStoredRgbaOfRgbaBuffers) {
     const RgbImage image = zel::test::gradient(37, 19);
     zel::test::writeRgba(*source, image);
     zel::test::poisonBuffer(*destination);
-    draw(*source, *destination, ShaderShape::YuvToYuv);
+    libraryDraw(*source, *destination, ShaderShape::YuvToYuv);
     // Red, green, blue land in Y, Cb, Cr as they are.
     const YuvImage planes = zel::test::readPlanes(*destination);
     const int scale = zel::test::bitDepthOf(GetParam().hal) == 10 ? 4 : 1;
@@ -292,5 +286,285 @@ INSTANTIATE_TEST_SUITE_P(AllFormats, YuvFormat, testing::ValuesIn(kYuvFormats),
                          [](const testing::TestParamInfo<Format>& info) {
                              return std::string(info.param.name);
                          });
+
+TEST_F(YuvRendering, ExtensionIsInBothExtensionQueries) {
+    const std::string extensions = reinterpret_cast<const char*>(glGetString(GL_EXTENSIONS));
+    EXPECT_NE((" " + extensions + " ").find(" GL_EXT_YUV_target "), std::string::npos);
+    EXPECT_NE(extensions.find("GL_OES_EGL_image_external_essl3"), std::string::npos);
+    GLint count = 0;
+    glGetIntegerv(GL_NUM_EXTENSIONS, &count);
+    int found = 0;
+    for (GLint i = 0; i < count; ++i) {
+        const auto* name = reinterpret_cast<const char*>(glGetStringi(GL_EXTENSIONS, GLuint(i)));
+        ASSERT_NE(name, nullptr) << i;
+        found += std::strcmp(name, "GL_EXT_YUV_target") == 0;
+    }
+    EXPECT_EQ(found, 1);
+    EXPECT_EQ(glGetStringi(GL_EXTENSIONS, static_cast<GLuint>(count)), nullptr);
+    EXPECT_EQ(glGetError(), GLenum(GL_INVALID_VALUE));
+}
+
+TEST_F(YuvRendering, ShaderTextKeepsItsLineNumbersAndExtensionOrder) {
+    // The built-ins go after the last #extension line, whichever extension it names; the yuv
+    // qualifier goes from a list and leaves the rest.
+    for (const char* extensions :
+         {"#extension GL_EXT_YUV_target : require\n#extension GL_EXT_texture_buffer : enable\n",
+          "#extension GL_EXT_texture_buffer : enable\n#extension GL_EXT_YUV_target : require\n"}) {
+        const std::string head = std::string("#version 310 es\n") + extensions +
+                                 "precision highp float;\nlayout(location = 0, yuv) out vec4 c;\n";
+        const std::string vertex = zel::test::libraryVertexShader();
+        EXPECT_EQ(Program(vertex, head + "void main() { c = vec4(rgb_2_yuv(vec3(1.0), itu_709), "
+                                         "1.0); }\n")
+                      .error(),
+                  "");
+        // Errors name the client's own line (6).
+        const std::string error =
+            Program(vertex, head + "void main() { c = vec4(undefinedThing, 1.0); }\n").error();
+        EXPECT_NE(error.find(":6("), std::string::npos) << error;
+    }
+}
+
+TEST_F(YuvRendering, BuiltInsFollowTheFormulasWithoutClamping) {
+    // Floating-point output, so that values beyond [0,1] show.
+    GLuint texture = 0;
+    GLuint framebuffer = 0;
+    glGenTextures(1, &texture);
+    glBindTexture(GL_TEXTURE_2D, texture);
+    glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, 2, 1);
+    glGenFramebuffers(1, &framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+    ASSERT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), GLenum(GL_FRAMEBUFFER_COMPLETE));
+    glViewport(0, 0, 2, 1);
+    Quad quad;
+    const zel::test::Rgb colours[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}, {0.2, 0.7, 0.4}};
+    for (const YuvStandard standard :
+         {YuvStandard::Bt601, YuvStandard::Bt709, YuvStandard::Bt2020}) {
+        for (const bool fullRange : {false, true}) {
+            const ColourSpace space = {standard, fullRange};
+            // Pixel 0: rgb_2_yuv; pixel 1: yuv_2_rgb of the colour taken as YUV. The standard
+            // goes through a variable of the extension's type.
+            const std::string fragment =
+                std::string("#version 310 es\n#extension GL_EXT_YUV_target : require\n") +
+                "precision highp float;\nuniform vec3 uColour;\nout vec4 fragColor;\n"
+                "void main() {\n    yuvCscStandardEXT standard = " +
+                zel::test::yuvConstantOf(space) +
+                ";\n    fragColor = vec4(gl_FragCoord.x < 1.0 ? rgb_2_yuv(uColour, standard) : "
+                "yuv_2_rgb(uColour, standard), 1.0);\n}\n";
+            Program program(zel::test::libraryVertexShader(), fragment);
+            ASSERT_EQ(program.error(), "") << fragment;
+            program.use();
+            for (const zel::test::Rgb& colour : colours) {
+                glUniform3f(glGetUniformLocation(program.name(), "uColour"), float(colour.r),
+                            float(colour.g), float(colour.b));
+                quad.draw();
+                float pixels[8] = {};
+                glReadPixels(0, 0, 2, 1, GL_RGBA, GL_FLOAT, pixels);
+                const zel::test::Yuv yuv = zel::test::yuvFromRgb(space, colour);
+                const zel::test::Rgb rgb =
+                    zel::test::rgbFromYuv(space, {colour.r, colour.g, colour.b});
+                const double expected[8] = {yuv.y, yuv.cb, yuv.cr, 1, rgb.r, rgb.g, rgb.b, 1};
+                for (int i : {0, 1, 2, 4, 5, 6}) {
+                    EXPECT_NEAR(pixels[i], expected[i], 2e-5)
+                        << zel::test::nameOf(space) << " colour " << colour.r << "," << colour.g
+                        << "," << colour.b << " component " << i;
+                }
+            }
+        }
+    }
+    glDeleteFramebuffers(1, &framebuffer);
+    glDeleteTextures(1, &texture);
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
+TEST_F(YuvRendering, PixelsOutsideTheDrawKeepTheBufferContents) {
+    const int width = 64;
+    const int height = 48;
+    const RgbImage drawn = zel::test::gradient(width, height);
+    sp<GraphicBuffer> source = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::writeRgba(*source, drawn);
+    for (int32_t format :
+         {int32_t{HAL_PIXEL_FORMAT_YCBCR_420_888}, int32_t{HAL_PIXEL_FORMAT_YCBCR_P010}}) {
+        SCOPED_TRACE(testing::Message() << "format 0x" << std::hex << format);
+        const int depth = zel::test::bitDepthOf(format);
+        sp<GraphicBuffer> destination = zel::test::makeTestBuffer(width, height, format);
+        const YuvImage before =
+            zel::test::encode(zel::test::noise(width, height, 5), kBt601, depth);
+        zel::test::writePlanes(*destination, before);
+
+        Program program(zel::test::libraryVertexShader(),
+                        zel::test::libraryFragmentShader(ShaderShape::RgbToYuv));
+        ExternalImage sourceImage(display(), *source);
+        ExternalImage destinationImage(display(), *destination);
+        sourceImage.bind(GL_TEXTURE0);
+        ImageFramebuffer framebuffer(destinationImage, width, height);
+        program.use();
+        Quad quad;
+        zel::host::resetGpuCounters();
+
+        // The whole source into the left half (pixels 0..31, chroma blocks 0..15): pixel x shows
+        // source pixel 2x + 1 (nearest).
+        glViewport(0, 0, width / 2, height);
+        quad.draw();
+        glFlush();
+        EXPECT_EQ(zel::host::gpuCounters().writeBacks, 1u);
+        RgbImage squeezed(width / 2, height);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width / 2; ++x) {
+                squeezed.at(x, y) = drawn.at(2 * x + 1, y);
+            }
+        }
+        const YuvImage actual = zel::test::readPlanes(*destination);
+        EXPECT_TRUE(zel::test::planesMatch(actual.cropped(width / 2, 0, width / 2, height),
+                                           before.cropped(width / 2, 0, width / 2, height), 0, 0));
+        EXPECT_TRUE(zel::test::planesMatch(actual.cropped(0, 0, width / 2, height),
+                                           zel::test::encode(squeezed, kBt601, depth), 1, 2));
+
+        // The CPU rewrites the right half; a full-width draw clipped by the scissor to the right
+        // half replaces it there and leaves the left half as it is.
+        YuvImage expected = actual;
+        copyColumns(zel::test::encode(zel::test::noise(width, height, 9), kBt601, depth), expected,
+                    width / 2, width);
+        zel::test::writePlanes(*destination, expected);
+        copyColumns(zel::test::encode(drawn, kBt601, depth), expected, width / 2, width);
+        const uint64_t uploads = zel::host::gpuCounters().uploads;
+        glViewport(0, 0, width, height);
+        glEnable(GL_SCISSOR_TEST);
+        glScissor(width / 2, 0, width / 2, height);
+        quad.draw();
+        glDisable(GL_SCISSOR_TEST);
+        EXPECT_EQ(zel::host::gpuCounters().uploads, uploads + 1);  // the CPU's new contents
+        glFinish();
+        EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*destination), expected, 1, 2));
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    }
+}
+
+TEST_F(YuvRendering, ChromaTopLeftProfileKeepsTheFirstSampleOfEachBlock) {
+    ASSERT_TRUE(zel::host::setDriverProfile("chroma-top-left"));
+    startContext();  // contexts take the profile when they are created
+    const RgbImage image = zel::test::noise(38, 20, 21);
+    sp<GraphicBuffer> source = zel::test::makeTestBuffer(38, 20, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::writeRgba(*source, image);
+    for (int32_t format : {int32_t{HAL_PIXEL_FORMAT_YCRCB_420_SP},
+                           int32_t{HAL_PIXEL_FORMAT_YCBCR_P010}, int32_t{HAL_PIXEL_FORMAT_YV12}}) {
+        SCOPED_TRACE(testing::Message() << "format 0x" << std::hex << format);
+        const int depth = zel::test::bitDepthOf(format);
+        sp<GraphicBuffer> destination = zel::test::makeTestBuffer(38, 20, format);
+        zel::test::poisonBuffer(*destination);
+        libraryDraw(*source, *destination, ShaderShape::RgbToYuv);
+        const YuvImage planes = zel::test::readPlanes(*destination);
+        EXPECT_TRUE(zel::test::planesMatch(
+            planes, zel::test::encode(image, kBt601, depth, zel::test::ChromaSiting::TopLeft), 1,
+            1));
+        // Noise has no two alike pixels in a block: the average would be far off.
+        EXPECT_FALSE(zel::test::planesMatch(planes, zel::test::encode(image, kBt601, depth), 1, 2));
+    }
+}
+
+TEST_F(YuvRendering, CropSelectsWhatIsSampledAndWhatIsRendered) {
+    sp<GraphicBuffer> yuv = zel::test::makeTestBuffer(64, 48, HAL_PIXEL_FORMAT_YV12);
+    zel::test::fillBuffer(*yuv, zel::test::noise(64, 48, 17), 0);
+    const YuvImage planes = zel::test::readPlanes(*yuv);
+    const RgbImage whole = zel::test::decode(planes, kBt601);
+
+    // Even and odd crop origins: each pixel keeps the chroma of its block in the buffer.
+    for (const auto& [left, top, right, bottom] : {std::array{4, 2, 36, 18}, {3, 1, 30, 16}}) {
+        SCOPED_TRACE(testing::Message() << "crop at " << left << "," << top);
+        const int w = right - left;
+        const int h = bottom - top;
+        sp<GraphicBuffer> rgba = zel::test::makeTestBuffer(w, h, HAL_PIXEL_FORMAT_RGBA_8888);
+        zel::test::poisonBuffer(*rgba);
+        libraryDraw(*yuv, *rgba, ShaderShape::ToRgba, "itu_601", GL_NEAREST,
+                    crop(left, top, right, bottom));
+        RgbImage expected(w, h);
+        for (int y = 0; y < h; ++y) {
+            for (int x = 0; x < w; ++x) {
+                expected.at(x, y) = whole.at(left + x, top + y);
+            }
+        }
+        EXPECT_TRUE(zel::test::imagesMatch(zel::test::readRgba(*rgba), expected, 1));
+    }
+
+    // Rendering into a crop of a YUV buffer writes that rectangle only.
+    const RgbImage drawn = zel::test::gradient(32, 32);
+    sp<GraphicBuffer> rgba = zel::test::makeTestBuffer(32, 32, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::writeRgba(*rgba, drawn);
+    libraryDraw(*rgba, *yuv, ShaderShape::RgbToYuv, "itu_601", GL_NEAREST, {}, crop(8, 4, 40, 36),
+                32, 32);
+    YuvImage expected = planes;
+    const YuvImage inside = zel::test::encode(drawn, kBt601, 8);
+    for (int y = 0; y < 32; ++y) {
+        for (int x = 0; x < 32; ++x) {
+            expected.lumaAt(8 + x, 4 + y) = inside.lumaAt(x, y);
+        }
+    }
+    for (int j = 0; j < 16; ++j) {
+        for (int i = 0; i < 16; ++i) {
+            expected.cbAt(4 + i, 2 + j) = inside.cbAt(i, j);
+            expected.crAt(4 + i, 2 + j) = inside.crAt(i, j);
+        }
+    }
+    EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*yuv), expected, 1, 2));
+}
+
+TEST_F(YuvRendering, VariantsAreCachedFollowTheDataspaceAndSeeTheClientsUniforms) {
+    const int width = 36;
+    const int height = 20;
+    const RgbImage image = zel::test::noise(width, height, 31);
+    sp<GraphicBuffer> nv12 =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    sp<GraphicBuffer> nv21 =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCRCB_420_SP);
+    sp<GraphicBuffer> rgba = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::fillBuffer(*nv12, image, 0);
+    zel::test::fillBuffer(*nv21, image, 0);
+    // The projection flips rows: the variant must take the client's uniform value.
+    Program program(zel::test::libraryVertexShader(true),
+                    zel::test::libraryFragmentShader(ShaderShape::ToRgba));
+    ASSERT_EQ(program.error(), "");
+    program.use();
+    const GLfloat flip[16] = {1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1};
+    glUniformMatrix4fv(glGetUniformLocation(program.name(), "uProjection"), 1, GL_FALSE, flip);
+    ExternalImage nv12Image(display(), *nv12);
+    ExternalImage nv21Image(display(), *nv21);
+    ExternalImage destination(display(), *rgba);
+    ImageFramebuffer framebuffer(destination, width, height);
+    Quad quad;
+    auto drawAndCheck = [&](const ExternalImage& source, GraphicBuffer& buffer) {
+        zel::test::poisonBuffer(*rgba);
+        source.bind(GL_TEXTURE0);
+        quad.draw();
+        glFinish();
+        android::ui::Dataspace dataspace;
+        android::GraphicBufferMapper::get().getDataspace(buffer.handle, &dataspace);
+        const RgbImage decoded =
+            zel::test::decode(zel::test::readPlanes(buffer),
+                              zel::test::colourSpaceOf(static_cast<int32_t>(dataspace)));
+        RgbImage flipped(width, height);
+        for (int y = 0; y < height; ++y) {
+            for (int x = 0; x < width; ++x) {
+                flipped.at(x, y) = decoded.at(x, height - 1 - y);
+            }
+        }
+        return zel::test::imagesMatch(zel::test::readRgba(*rgba), flipped, 1);
+    };
+    const uint64_t variants = zel::host::gpuCounters().programVariants;
+    EXPECT_TRUE(drawAndCheck(nv12Image, *nv12));
+    EXPECT_TRUE(drawAndCheck(nv21Image, *nv21));
+    EXPECT_TRUE(drawAndCheck(nv12Image, *nv12));
+    EXPECT_EQ(zel::host::gpuCounters().programVariants, variants + 2);
+    // The dataspace is read at each draw: BT.709 full range needs a variant of its own.
+    android::GraphicBufferMapper::get().setDataspace(
+        nv12->handle,
+        static_cast<android::ui::Dataspace>(zel::test::dataspaceOf({YuvStandard::Bt709, true})));
+    EXPECT_TRUE(drawAndCheck(nv12Image, *nv12));
+    EXPECT_EQ(zel::host::gpuCounters().programVariants, variants + 3);
+    // The client's program is current again after each draw.
+    GLint current = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+    EXPECT_EQ(current, static_cast<GLint>(program.name()));
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
 
 }  // namespace

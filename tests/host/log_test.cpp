@@ -86,33 +86,6 @@ TEST_F(Log, QuietEnvironmentSilencesFromTheStart) {
     unsetenv("ZEL_HOST_LOG");
 }
 
-TEST_F(Log, ConcurrentThreadsLoseNoLine) {
-    LogCapture capture;
-    zel::host::setLogToStderr(false);
-    constexpr int kThreads = 8;
-    constexpr int kLines = 2000;
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([t] {
-            for (int i = 0; i < kLines; ++i) {
-                ALOGD("%d %d", t, i);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    // Every line, whole, in each thread's order.
-    std::vector<int> next(kThreads, 0);
-    for (const auto& line : capture.lines()) {
-        int t = -1;
-        int i = -1;
-        ASSERT_EQ(sscanf(line.message.c_str(), "%d %d", &t, &i), 2) << line.message;
-        ASSERT_EQ(i, next.at(t)++) << "thread " << t;
-    }
-    EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
-}
-
 TEST_F(Log, AssertMessageReachesStderrBeforeAbort) {
     EXPECT_DEATH(LOG_ALWAYS_FATAL_IF(true, "broken %d", 42), "F ZEL : broken 42");
 }

@@ -125,21 +125,4 @@ TEST(Properties, FirstUseSeedsFromEnvironment) {
     unsetenv("ZEL_TEST_SEED_FILE");
 }
 
-TEST(Properties, ConcurrentWritersAndReaders) {
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([t] {
-            const std::string key = "debug.zel.thread" + std::to_string(t);
-            for (int i = 0; i < 2000; ++i) {
-                setProperty(key, std::to_string(i));
-                ASSERT_EQ(property_get_int32(key.c_str(), -1), i);
-            }
-        });
-    }
-    for (auto& thread : threads) {
-        thread.join();
-    }
-    EXPECT_EQ(getProperty("debug.zel.thread3"), "1999");
-}
-
 }  // namespace

@@ -164,23 +164,4 @@ TEST_F(Trace, TraceFileWrittenAtExitWithEveryTag) {
     unlink(path.c_str());
 }
 
-TEST_F(Trace, RecorderIsBoundedAndCountsDrops) {
-    // Two threads at once, so that the bound also holds under contention (and it takes half as
-    // long: a million events).
-    const size_t cap = zel::host::maxTraceEvents();
-    auto work = [cap] {
-        for (size_t i = 0; i < cap / 2 + 5; ++i) {
-            atrace_int_body("n", static_cast<int32_t>(i));
-        }
-    };
-    std::thread first(work);
-    std::thread second(work);
-    first.join();
-    second.join();
-    EXPECT_EQ(zel::host::droppedTraceEvents(), 10u);
-    EXPECT_EQ(zel::host::traceEvents().size(), cap);
-    zel::host::clearTraceEvents();
-    EXPECT_EQ(zel::host::droppedTraceEvents(), 0u);
-}
-
 }  // namespace

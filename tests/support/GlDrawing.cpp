@@ -51,6 +51,7 @@ ImageFramebuffer::~ImageFramebuffer() {
 }
 
 Program::Program(const std::string& vertex, const std::string& fragment) {
+    char log[2048];
     mProgram = glCreateProgram();
     for (const auto& [type, source] : {std::make_pair(GL_VERTEX_SHADER, &vertex),
                                        std::make_pair(GL_FRAGMENT_SHADER, &fragment)}) {
@@ -61,25 +62,21 @@ Program::Program(const std::string& vertex, const std::string& fragment) {
         GLint compiled = GL_FALSE;
         glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
         if (compiled != GL_TRUE) {
-            char log[2048] = {};
             glGetShaderInfoLog(shader, sizeof(log), nullptr, log);
             mError += log;
         }
         glAttachShader(mProgram, shader);
         glDeleteShader(shader);
     }
+    glBindAttribLocation(mProgram, 0, "aPosition");
+    glBindAttribLocation(mProgram, 1, "aTexCoord");
     glLinkProgram(mProgram);
     GLint linked = GL_FALSE;
     glGetProgramiv(mProgram, GL_LINK_STATUS, &linked);
     if (linked != GL_TRUE) {
-        char log[2048] = {};
         glGetProgramInfoLog(mProgram, sizeof(log), nullptr, log);
         mError += log;
     }
-}
-
-Program::~Program() {
-    glDeleteProgram(mProgram);
 }
 
 Quad::Quad() {
@@ -108,64 +105,62 @@ void Quad::draw() const {
 }
 
 std::string libraryVertexShader(bool projection) {
-    std::string text =
-        "#version 310 es\n"
-        "precision highp float;\n"
-        "layout (location = 0) in vec2 aPosition;\n"
-        "out vec2 vTexCoords;\n";
-    if (projection) {
-        text += "uniform mat4 uProjection;\n";
-    }
-    text += "void main(void) {\n";
-    text += projection ? "    gl_Position = uProjection * vec4(aPosition, 0.0, 1.0);\n"
-                       : "    gl_Position = vec4(aPosition, 0.0, 1.0);\n";
-    text +=
-        "    vTexCoords = vec2((aPosition.x+1.0)*0.5, (aPosition.y+1.0)*0.5);\n"
-        "}\n";
-    return text;
+    return std::string(
+               "#version 310 es\n"
+               "precision highp float;\n"
+               "layout (location = 0) in vec2 aPosition;\n"
+               "out vec2 vTexCoords;\n") +
+           (projection ? "uniform mat4 uProjection;\n" : "") + "void main(void) {\n" +
+           (projection ? "    gl_Position = uProjection * vec4(aPosition, 0.0, 1.0);\n"
+                       : "    gl_Position = vec4(aPosition, 0.0, 1.0);\n") +
+           "    vTexCoords = vec2((aPosition.x+1.0)*0.5, (aPosition.y+1.0)*0.5);\n"
+           "}\n";
 }
 
 std::string libraryFragmentShader(ShaderShape shape, const char* constant) {
-    std::string text =
-        "#version 310 es\n"
-        "#extension GL_OES_EGL_image_external_essl3 : require\n";
-    if (shape == ShaderShape::ToRgba) {
-        text +=
-            "precision highp float;\n"
-            "layout(binding = 0) uniform samplerExternalOES uTexture0;\n"
-            "in vec2 vTexCoords;\n"
-            "out vec4 fragColor;\n";
-    } else {
-        text +=
-            "#extension GL_EXT_YUV_target : require\n"
-            "precision highp float;\n"
-            "layout(binding = 0) uniform __samplerExternal2DY2YEXT uTexture0;\n"
-            "in vec2 vTexCoords;\n"
-            "layout(yuv) out vec4 fragColor;\n";
-    }
-    text += "void main(void) {\n";
-    if (shape == ShaderShape::RgbToYuv) {
-        text += std::string("    vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, ") +
-                constant + "), 1.0);\n";
-    } else {
-        text += "    vec4 src0 = texture(uTexture0, vTexCoords);\n";
-    }
-    text +=
-        "    fragColor = src0;\n"
-        "}\n";
-    return text;
+    const bool toRgba = shape == ShaderShape::ToRgba;
+    return std::string(
+               "#version 310 es\n"
+               "#extension GL_OES_EGL_image_external_essl3 : require\n") +
+           (toRgba ? "" : "#extension GL_EXT_YUV_target : require\n") + "precision highp float;\n" +
+           (toRgba ? "layout(binding = 0) uniform samplerExternalOES uTexture0;\n"
+                   : "layout(binding = 0) uniform __samplerExternal2DY2YEXT uTexture0;\n") +
+           "in vec2 vTexCoords;\n" + (toRgba ? "" : "layout(yuv) ") +
+           "out vec4 fragColor;\n"
+           "void main(void) {\n" +
+           (shape == ShaderShape::RgbToYuv
+                ? std::string(
+                      "    vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, ") +
+                      constant + "), 1.0);\n"
+                : std::string("    vec4 src0 = texture(uTexture0, vTexCoords);\n")) +
+           "    fragColor = src0;\n"
+           "}\n";
 }
 
 const char* yuvConstantOf(const ColourSpace& space) {
-    switch (space.standard) {
-        case YuvStandard::Bt709:
-            return space.fullRange ? "itu_709_full_range" : "itu_709";
-        case YuvStandard::Bt2020:
-            return space.fullRange ? "itu_2020_full_range" : "itu_2020";
-        case YuvStandard::Bt601:
-        default:
-            return space.fullRange ? "itu_601_full_range" : "itu_601";
-    }
+    static const char* const kConstants[][2] = {{"itu_601", "itu_601_full_range"},
+                                                {"itu_709", "itu_709_full_range"},
+                                                {"itu_2020", "itu_2020_full_range"}};
+    return kConstants[static_cast<int>(space.standard)][space.fullRange ? 1 : 0];
+}
+
+void libraryDraw(android::GraphicBuffer& source, android::GraphicBuffer& destination,
+                 ShaderShape shape, const char* constant, GLenum filter,
+                 std::vector<EGLint> sourceAttribs, std::vector<EGLint> destinationAttribs,
+                 int width, int height) {
+    Program program(libraryVertexShader(), libraryFragmentShader(shape, constant));
+    EXPECT_EQ(program.error(), "");
+    ExternalImage sourceImage(eglGetCurrentDisplay(), source, std::move(sourceAttribs));
+    ExternalImage destinationImage(eglGetCurrentDisplay(), destination,
+                                   std::move(destinationAttribs));
+    sourceImage.bind(GL_TEXTURE0, filter);
+    ImageFramebuffer framebuffer(destinationImage,
+                                 width > 0 ? width : static_cast<int>(destination.getWidth()),
+                                 height > 0 ? height : static_cast<int>(destination.getHeight()));
+    program.use();
+    Quad().draw();
+    glFinish();
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
 android::sp<android::GraphicBuffer> makeTestBuffer(int width, int height, int32_t format) {

@@ -27,8 +27,7 @@
 namespace zel {
 namespace test {
 
-// An EGLImage of `buffer` (EGL_IMAGE_PRESERVED_KHR plus `attribs`) targeted onto a new external
-// texture.
+// An EGLImage of `buffer` (EGL_IMAGE_PRESERVED_KHR plus `attribs`) on a new external texture.
 class ExternalImage {
 public:
     ExternalImage(EGLDisplay display, android::GraphicBuffer& buffer,
@@ -57,16 +56,15 @@ public:
     ImageFramebuffer(const ImageFramebuffer&) = delete;
     ImageFramebuffer& operator=(const ImageFramebuffer&) = delete;
 
-    GLuint name() const { return mFramebuffer; }
-
 private:
     GLuint mFramebuffer = 0;
 };
 
+// Attributes named aPosition and aTexCoord get the Quad's locations unless the shader sets them.
 class Program {
 public:
     Program(const std::string& vertex, const std::string& fragment);
-    ~Program();
+    ~Program() { glDeleteProgram(mProgram); }
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
@@ -107,6 +105,12 @@ std::string libraryVertexShader(bool projection = false);
 std::string libraryFragmentShader(ShaderShape shape, const char* constant = "itu_601");
 // The yuvCscStandardEXT constant of a colour space ("itu_709_full_range" ...).
 const char* yuvConstantOf(const ColourSpace& space);
+// Draws `source` (sampled with `filter`) into `destination` with the library's shader of `shape`
+// and waits for it. The viewport is width x height, by default the destination's size.
+void libraryDraw(android::GraphicBuffer& source, android::GraphicBuffer& destination,
+                 ShaderShape shape, const char* constant = "itu_601", GLenum filter = GL_NEAREST,
+                 std::vector<EGLint> sourceAttribs = {},
+                 std::vector<EGLint> destinationAttribs = {}, int width = 0, int height = 0);
 
 // A buffer of the host gralloc with CPU and GPU usage.
 android::sp<android::GraphicBuffer> makeTestBuffer(int width, int height, int32_t format);
