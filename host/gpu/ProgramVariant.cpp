@@ -86,24 +86,6 @@ ValueKind kindOf(GLenum type, int* components) {
     }
 }
 
-GLuint compile(GLenum type, const std::string& source) {
-    const MesaFunctions& gl = mesa();
-    const GLuint shader = gl.glCreateShader(type);
-    const GLchar* text = source.c_str();
-    gl.glShaderSource(shader, 1, &text, nullptr);
-    gl.glCompileShader(shader);
-    GLint compiled = GL_FALSE;
-    gl.glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
-    if (compiled != GL_TRUE) {
-        char log[2048] = {};
-        gl.glGetShaderInfoLog(shader, sizeof(log), nullptr, log);
-        fprintf(stderr, "zel host gpu: the YUV variant of a shader does not compile: %s\n", log);
-        gl.glDeleteShader(shader);
-        return 0;
-    }
-    return shader;
-}
-
 }  // namespace
 
 GLenum ProgramVariant::planeUnit(uint32_t index, uint32_t plane) {
@@ -119,8 +101,9 @@ std::unique_ptr<ProgramVariant> ProgramVariant::build(
     const GLuint program = variant->mProgram;
     for (const Stage& stage : stages) {
         const RewrittenShader rewritten = ShaderRewriter::rewrite(stage.source, yuvSamplers);
-        const GLuint shader =
-            compile(stage.type, rewritten.changed ? rewritten.source : stage.source);
+        const GLuint shader = YuvPassPrograms::compileShader(
+            stage.type, rewritten.changed ? rewritten.source : stage.source,
+            "the YUV variant of a shader");
         if (shader == 0) {
             variant->release();
             return nullptr;

@@ -9,9 +9,7 @@
 namespace zel {
 namespace hostgpu {
 
-namespace {
-
-GLuint compile(GLenum type, const std::string& source) {
+GLuint YuvPassPrograms::compileShader(GLenum type, const std::string& source, const char* what) {
     const MesaFunctions& gl = mesa();
     const GLuint shader = gl.glCreateShader(type);
     const GLchar* text = source.c_str();
@@ -20,14 +18,14 @@ GLuint compile(GLenum type, const std::string& source) {
     GLint compiled = GL_FALSE;
     gl.glGetShaderiv(shader, GL_COMPILE_STATUS, &compiled);
     if (compiled != GL_TRUE) {
-        char log[1024] = {};
+        char log[2048] = {};
         gl.glGetShaderInfoLog(shader, sizeof(log), nullptr, log);
-        fprintf(stderr, "zel host gpu: a YUV pass shader does not compile: %s\n", log);
+        fprintf(stderr, "zel host gpu: %s does not compile: %s\n", what, log);
+        gl.glDeleteShader(shader);
+        return 0;
     }
     return shader;
 }
-
-}  // namespace
 
 GLenum YuvPassPrograms::reservedUnit(uint32_t index) {
     static const GLint units = [] {
@@ -57,11 +55,14 @@ YuvPassPrograms::Program YuvPassPrograms::build(Pass pass, ImageLayout layout, b
     }
     Program result;
     result.name = gl.glCreateProgram();
-    const GLuint shaders[2] = {compile(GL_VERTEX_SHADER, YuvShaderCode::passVertexShader()),
-                               compile(GL_FRAGMENT_SHADER, fragment)};
+    const GLuint shaders[2] = {
+        compileShader(GL_VERTEX_SHADER, YuvShaderCode::passVertexShader(), "a YUV pass shader"),
+        compileShader(GL_FRAGMENT_SHADER, fragment, "a YUV pass shader")};
     for (GLuint shader : shaders) {
-        gl.glAttachShader(result.name, shader);
-        gl.glDeleteShader(shader);
+        if (shader != 0) {
+            gl.glAttachShader(result.name, shader);
+            gl.glDeleteShader(shader);
+        }
     }
     gl.glLinkProgram(result.name);
     GLint linked = GL_FALSE;

@@ -9,6 +9,8 @@
  */
 #pragma once
 
+#include <string>
+
 #include <cstdint>
 #include <map>
 
@@ -45,6 +47,8 @@ public:
 
     // Texture unit `index` (0, 1, 2 ...) counted down from the highest one the context offers.
     static GLenum reservedUnit(uint32_t index);
+    // Compiles one shader on Mesa; 0 (and the info log on stderr, naming |what|) on failure.
+    static GLuint compileShader(GLenum type, const std::string& source, const char* what);
 
     // Runs `pass` for `layout`: `inputs` bound on reserved units 0.. (planes for Unpack, the
     // intermediate for packing), `outputs` attached as colour attachments 0.. of the resources'
