@@ -176,63 +176,6 @@ protected:
     zel::host::GpuCounters mStart;
 };
 
-TEST_F(AndroidRendering, ShaderCopiesOneBufferIntoAnotherExactlyInBothShadingLanguages) {
-    // Odd sizes catch stride mistakes.
-    sp<GraphicBuffer> source = allocate(37, 19);
-    sp<GraphicBuffer> destination = allocate(37, 19);
-    fill(source, pattern);
-    const GLuint sourceTexture = copySetup(source, destination);
-    for (auto [vertex, fragment] :
-         {std::make_pair(zel::test::libraryVertexShader(), kExternalShader),
-          std::make_pair(std::string(kVertexShader100), kExternalShader100)}) {
-        fill(destination, poison);
-        CopyProgram program(vertex, fragment);
-        ASSERT_EQ(program.error(), "");
-        program.draw();
-        glFinish();
-        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
-        EXPECT_TRUE(holds(destination, pattern)) << fragment;
-    }
-    // What the client bound stays bound: the layer's own binding is undone after each draw.
-    GLint bound = -1;
-    glGetIntegerv(GL_ACTIVE_TEXTURE, &bound);
-    EXPECT_EQ(bound, GL_TEXTURE0);
-    glActiveTexture(GL_TEXTURE1);
-    glGetIntegerv(GL_TEXTURE_BINDING_2D, &bound);
-    EXPECT_EQ(bound, 0);
-    glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &bound);
-    EXPECT_EQ(bound, static_cast<GLint>(sourceTexture));
-}
-
-TEST_F(AndroidRendering, CropSelectsTheSourceAndPartialDrawsKeepTheRestOfTheDestination) {
-    sp<GraphicBuffer> source = allocate(16, 12);
-    sp<GraphicBuffer> destination = allocate(8, 6);
-    fill(source, pattern);
-    fill(destination, poison);
-    // The image stands for the crop rectangle (3,2)-(11,8): its t = 0 is the crop's first row.
-    copySetup(source, destination,
-              {EGL_IMAGE_CROP_LEFT_ANDROID, 3, EGL_IMAGE_CROP_TOP_ANDROID, 2,
-               EGL_IMAGE_CROP_RIGHT_ANDROID, 11, EGL_IMAGE_CROP_BOTTOM_ANDROID, 8});
-    CopyProgram program;
-    ASSERT_EQ(program.error(), "");
-
-    // The crop's right half into the destination's left half; the other half keeps the poison.
-    glViewport(-4, 0, 8, 6);
-    program.draw();
-    glFlush();
-    EXPECT_TRUE(
-        holds(destination, [](int x, int y) { return x < 4 ? pattern(x + 7, y + 2) : kPoison; }));
-
-    // The CPU changes the left half; a draw of the right half leaves the CPU's pixels alone.
-    const Rgb8 cpu = {1, 2, 3, 4};
-    fill(destination, [&](int x, int) { return x < 4 ? cpu : kPoison; });
-    glViewport(4, 0, 8, 6);
-    program.draw();
-    glFinish();
-    EXPECT_TRUE(
-        holds(destination, [&](int x, int y) { return x < 4 ? cpu : pattern(x - 1, y + 2); }));
-}
-
 TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered) {
     const int size = 8;
     sp<GraphicBuffer> first = allocate(size, size);
@@ -305,57 +248,6 @@ TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered)
     const PixelFunction green = [](int, int) { return Rgb8{0, 255, 0, 255}; };
     EXPECT_TRUE(holds(second, green));
     EXPECT_TRUE(holds(first, green));
-}
-
-TEST_F(AndroidRendering, ImagesHoldTheirBufferAndEveryLiveCounterReturnsToZero) {
-    const size_t allocations = zel::host::liveAllocationCount();
-    {
-        sp<GraphicBuffer> source = allocate(4, 4);
-        sp<GraphicBuffer> destination = allocate(4, 4);
-        EGLImageKHR sourceImage = createImage(source);
-        EGLImageKHR destinationImage = createImage(destination);
-        ASSERT_NE(destinationImage, EGL_NO_IMAGE_KHR);
-        EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 2u);
-        EXPECT_EQ(zel::host::gpuCounters().imagesCreated, mStart.imagesCreated + 2);
-        // The images keep their buffers after the client drops them ...
-        source.clear();
-        destination.clear();
-        EXPECT_EQ(zel::host::liveAllocationCount(), allocations + 2);
-
-        GLuint sourceTexture = externalTexture(sourceImage, GL_TEXTURE1);
-        GLuint destinationTexture = externalTexture(destinationImage, GL_TEXTURE2);
-        GLuint framebuffer = renderTarget(destinationTexture, 4, 4);
-        CopyProgram program;
-        program.draw();
-
-        // ... and a texture keeps its image after the image is destroyed, as EGL does.
-        EXPECT_TRUE(eglDestroyImageKHR(mDisplay, sourceImage));
-        EXPECT_FALSE(eglDestroyImageKHR(mDisplay, sourceImage));
-        EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
-        EXPECT_TRUE(eglDestroyImageKHR(mDisplay, destinationImage));
-        EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 2u);
-        program.draw();  // still samples and renders
-        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
-        glDeleteTextures(1, &sourceTexture);
-        EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 1u);
-        glDeleteFramebuffers(1, &framebuffer);
-        // Deleting a texture with rendering pending writes it back first.
-        const uint64_t writeBacks = zel::host::gpuCounters().writeBacks;
-        glDeleteTextures(1, &destinationTexture);
-        EXPECT_EQ(zel::host::gpuCounters().writeBacks, writeBacks + 1);
-    }
-    EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 0u);
-    EXPECT_EQ(zel::host::liveAllocationCount(), allocations);
-
-    // A context that goes with its textures still holding images releases them.
-    sp<GraphicBuffer> buffer = allocate(4, 4);
-    EGLImageKHR image = createImage(buffer);
-    externalTexture(image, GL_TEXTURE1);
-    eglDestroyImageKHR(mDisplay, image);
-    EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 1u);
-    destroyContexts();
-    EXPECT_EQ(zel::host::gpuCounters().imagesAlive, 0u);
-    EXPECT_EQ(zel::host::gpuCounters().contextsAlive, mStart.contextsAlive);
 }
 
 TEST_F(AndroidRendering, ProtectedBuffersOnlyGoIntoProtectedImagesAndContexts) {

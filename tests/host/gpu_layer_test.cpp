@@ -35,53 +35,6 @@ Function address(F* function) {
     return reinterpret_cast<Function>(function);
 }
 
-// Counts the pixels of the bound framebuffer that are not `inside` within the box (left, bottom,
-// width, height) and `outside` elsewhere.
-int countWrongPixels(int width, int height, const uint8_t* inside, const uint8_t* outside,
-                     const std::array<int, 4>& box) {
-    std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * 4, 0xEE);
-    glReadPixels(0, 0, width, height, GL_RGBA, GL_UNSIGNED_BYTE, pixels.data());
-    int wrong = 0;
-    for (int y = 0; y < height; ++y) {
-        for (int x = 0; x < width; ++x) {
-            const bool in =
-                x >= box[0] && x < box[0] + box[2] && y >= box[1] && y < box[1] + box[3];
-            wrong += memcmp(&pixels[(y * width + x) * 4], in ? inside : outside, 4) != 0;
-        }
-    }
-    return wrong;
-}
-
-void clearTo(const uint8_t rgba[4]) {
-    glClearColor(rgba[0] / 255.0f, rgba[1] / 255.0f, rgba[2] / 255.0f, rgba[3] / 255.0f);
-    glClear(GL_COLOR_BUFFER_BIT);
-}
-
-// An RGBA8 texture attached to a framebuffer, bound for drawing and reading.
-class TextureTarget {
-public:
-    TextureTarget(GLsizei width, GLsizei height) {
-        glGenTextures(1, &mTexture);
-        glBindTexture(GL_TEXTURE_2D, mTexture);
-        glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA8, width, height);
-        glGenFramebuffers(1, &mFramebuffer);
-        glBindFramebuffer(GL_FRAMEBUFFER, mFramebuffer);
-        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, mTexture, 0);
-        glViewport(0, 0, width, height);
-    }
-    ~TextureTarget() {
-        glDeleteFramebuffers(1, &mFramebuffer);
-        glDeleteTextures(1, &mTexture);
-    }
-    bool complete() const {
-        return glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
-    }
-
-private:
-    GLuint mTexture = 0;
-    GLuint mFramebuffer = 0;
-};
-
 class GpuLayer : public testing::Test {
 protected:
     void SetUp() override {
@@ -94,7 +47,6 @@ protected:
 
     EGLDisplay mDisplay = EGL_NO_DISPLAY;
 };
-using GpuForwarding = GpuLayer;
 
 TEST_F(GpuLayer, EveryExportedFunctionIsTheLayersOwnAndNothingElseIsHandedOut) {
     EXPECT_EQ(eglGetProcAddress("glEGLImageTargetTexture2DOES"),
@@ -153,39 +105,6 @@ TEST_F(GpuLayer, EglErrorComesFromTheLastCallWhetherLayerOrDriver) {
     EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
 }
 
-TEST_F(GpuLayer, CountersReturnToWhereTheyStarted) {
-    using zel::host::gpuCounters;
-    const zel::host::GpuCounters start = gpuCounters();
-    EXPECT_TRUE(eglInitialize(mDisplay, nullptr, nullptr));
-    EXPECT_EQ(gpuCounters().displaysInitialized, start.displaysInitialized + 1);
-    const EGLint attribs[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_NONE};
-    EGLContext contexts[3];
-    for (EGLContext& context : contexts) {
-        context = eglCreateContext(mDisplay, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, attribs);
-        ASSERT_NE(context, EGL_NO_CONTEXT);
-    }
-    // A context the driver refuses is not counted.
-    const EGLint impossible[] = {EGL_CONTEXT_MAJOR_VERSION, 9, EGL_NONE};
-    EXPECT_EQ(eglCreateContext(mDisplay, EGL_NO_CONFIG_KHR, EGL_NO_CONTEXT, impossible),
-              EGL_NO_CONTEXT);
-    EXPECT_EQ(gpuCounters().contextsCreated, start.contextsCreated + 3);
-
-    // Destroyed once, counted once; the current one counts until destroyed too.
-    EXPECT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, contexts[0]));
-    EXPECT_TRUE(eglDestroyContext(mDisplay, contexts[1]));
-    EXPECT_FALSE(eglDestroyContext(mDisplay, contexts[1]));
-    EXPECT_EQ(gpuCounters().contextsAlive, start.contextsAlive + 2);
-
-    // Resetting clears what was counted, not what is alive.
-    zel::host::resetGpuCounters();
-    EXPECT_EQ(gpuCounters().contextsCreated, 0u);
-    EXPECT_EQ(gpuCounters().contextsAlive, start.contextsAlive + 2);
-    EXPECT_TRUE(eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT));
-    EXPECT_TRUE(eglDestroyContext(mDisplay, contexts[0]));
-    EXPECT_TRUE(eglDestroyContext(mDisplay, contexts[2]));
-    EXPECT_EQ(gpuCounters().contextsAlive, start.contextsAlive);
-}
-
 // Runs in a fresh process (a death test), where the driver has not been loaded yet.
 void checkEverythingFailsCleanly() {
     int failures = 0;
@@ -223,40 +142,6 @@ TEST(GpuLayerWithoutDriver, EveryCallFailsWithItsErrorValueAndSaysWhyOnce) {
     EXPECT_EXIT(checkEverythingFailsCleanly(), testing::ExitedWithCode(0),
                 "^zel-hostgpu: cannot load the EGL driver libzel-no-such-egl.so.1: [^\n]*; every "
                 "EGL and GLES call will fail\n$");
-}
-
-TEST_F(GpuForwarding, AndroidAndSurfacelessDisplaysAreOneAndItsPbufferClearsExactly) {
-    // The default and the Android display are the surfaceless one the layer selects.
-    const EGLDisplay display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
-    EXPECT_EQ(display,
-              eglGetPlatformDisplay(EGL_PLATFORM_SURFACELESS_MESA, EGL_DEFAULT_DISPLAY, nullptr));
-    EXPECT_EQ(display,
-              eglGetPlatformDisplay(EGL_PLATFORM_ANDROID_KHR, EGL_DEFAULT_DISPLAY, nullptr));
-    // clang-format off
-    const EGLint configAttribs[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_ES3_BIT, EGL_SURFACE_TYPE,
-                                    EGL_PBUFFER_BIT, EGL_RED_SIZE, 8, EGL_ALPHA_SIZE, 8, EGL_NONE};
-    // clang-format on
-    EGLConfig config = nullptr;
-    EGLint count = 0;
-    ASSERT_TRUE(eglChooseConfig(display, configAttribs, &config, 1, &count) && count == 1);
-    const EGLint contextAttribs[] = {EGL_CONTEXT_MAJOR_VERSION, 3, EGL_NONE};
-    EGLContext context = eglCreateContext(display, config, EGL_NO_CONTEXT, contextAttribs);
-    const EGLint surfaceAttribs[] = {EGL_WIDTH, 16, EGL_HEIGHT, 8, EGL_NONE};
-    EGLSurface pbuffer = eglCreatePbufferSurface(display, config, surfaceAttribs);
-    ASSERT_TRUE(eglMakeCurrent(display, pbuffer, pbuffer, context));
-    const char* version = reinterpret_cast<const char*>(glGetString(GL_VERSION));
-    ASSERT_NE(version, nullptr);
-    EXPECT_EQ(std::string(version).rfind("OpenGL ES 3.", 0), 0u) << version;
-
-    // The pbuffer itself takes the clear; the colour is exact in 8 bits.
-    const uint8_t colour[4] = {0x01, 0x80, 0xFF, 0xFF};
-    glViewport(0, 0, 16, 8);
-    clearTo(colour);
-    EXPECT_EQ(countWrongPixels(16, 8, colour, colour, {0, 0, 0, 0}), 0);
-    EXPECT_EQ(glGetError(), static_cast<GLenum>(GL_NO_ERROR));
-    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    EXPECT_TRUE(eglDestroySurface(display, pbuffer));
-    EXPECT_TRUE(eglDestroyContext(display, context));
 }
 
 }  // namespace

@@ -81,49 +81,6 @@ YuvImage randomCodes(int width, int height, int bitDepth, uint32_t seed) {
     return image;
 }
 
-// The oracle itself: the documented examples, exact inverses, 4:2:0 at odd sizes, dataspaces.
-// (Its P010 memory format is the host gralloc's, checked by the layout tests.)
-TEST(YuvReferenceConverter, FollowsTheDocumentedFormulasAndLayouts) {
-    auto codes = [](const ColourSpace& space, const zel::test::Rgb& rgb) {
-        const zel::test::Yuv yuv = zel::test::yuvFromRgb(space, rgb);
-        return std::array<int, 3>{zel::test::codeOf(yuv.y, 8), zel::test::codeOf(yuv.cb, 8),
-                                  zel::test::codeOf(yuv.cr, 8)};
-    };
-    EXPECT_EQ(codes({YuvStandard::Bt601, false}, {1, 0, 0}), (std::array<int, 3>{81, 90, 240}));
-    // Full-range BT.709 red: Cr beyond 1 unclamped, 255 as a code.
-    EXPECT_GT(zel::test::yuvFromRgb({YuvStandard::Bt709, true}, {1, 0, 0}).cr, 1.0);
-    EXPECT_EQ(codes({YuvStandard::Bt709, true}, {1, 0, 0}), (std::array<int, 3>{54, 99, 255}));
-    for (const ColourSpace& space : kColourSpaces) {
-        for (double r : {0.0, 0.3, 1.0}) {
-            const zel::test::Rgb rgb =
-                zel::test::rgbFromYuv(space, zel::test::yuvFromRgb(space, {r, 0.5, 1 - r}));
-            EXPECT_NEAR(rgb.r, r, 1e-12);
-            EXPECT_NEAR(rgb.g, 0.5, 1e-12);
-            EXPECT_NEAR(rgb.b, 1 - r, 1e-12);
-        }
-        EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(zel::test::dataspaceOf(space))),
-                  zel::test::nameOf(space));
-    }
-    EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(0)), "Bt601Limited");
-    EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(HAL_DATASPACE_JFIF)), "Bt601Full");
-    EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(HAL_DATASPACE_BT709)), "Bt709Limited");
-    EXPECT_EQ(zel::test::nameOf(zel::test::colourSpaceOf(HAL_DATASPACE_DISPLAY_P3)), "Bt601Full");
-
-    // 3x3: the last chroma column and row average the pixels that exist.
-    RgbImage image(3, 3);
-    for (int i = 0; i < 9; ++i) {
-        image.pixels[static_cast<size_t>(i)] = {static_cast<uint8_t>(i * 30), 0, 0, 255};
-    }
-    const ColourSpace full = {YuvStandard::Bt601, true};
-    const YuvImage average = zel::test::encode(image, full, 8);
-    auto crOf = [&](double red) { return zel::test::yuvFromRgb(full, {red / 255.0, 0, 0}).cr; };
-    ASSERT_EQ(average.chromaWidth(), 2);
-    EXPECT_EQ(average.crAt(1, 0), zel::test::codeOf((crOf(60) + crOf(150)) / 2, 8));
-    EXPECT_EQ(average.crAt(1, 1), zel::test::codeOf(crOf(240), 8));
-    EXPECT_EQ(zel::test::encode(image, full, 8, zel::test::ChromaSiting::TopLeft).crAt(0, 0),
-              zel::test::codeOf(crOf(0), 8));
-}
-
 constexpr ColourSpace kBt601 = {YuvStandard::Bt601, false};
 
 std::vector<EGLint> crop(int left, int top, int right, int bottom) {
@@ -322,59 +279,6 @@ TEST_F(YuvRendering, ShaderTextKeepsItsLineNumbersAndExtensionOrder) {
             Program(vertex, head + "void main() { c = vec4(undefinedThing, 1.0); }\n").error();
         EXPECT_NE(error.find(":6("), std::string::npos) << error;
     }
-}
-
-TEST_F(YuvRendering, BuiltInsFollowTheFormulasWithoutClamping) {
-    // Floating-point output, so that values beyond [0,1] show.
-    GLuint texture = 0;
-    GLuint framebuffer = 0;
-    glGenTextures(1, &texture);
-    glBindTexture(GL_TEXTURE_2D, texture);
-    glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA32F, 2, 1);
-    glGenFramebuffers(1, &framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
-    ASSERT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), GLenum(GL_FRAMEBUFFER_COMPLETE));
-    glViewport(0, 0, 2, 1);
-    Quad quad;
-    const zel::test::Rgb colours[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {1, 1, 1}, {0.2, 0.7, 0.4}};
-    for (const YuvStandard standard :
-         {YuvStandard::Bt601, YuvStandard::Bt709, YuvStandard::Bt2020}) {
-        for (const bool fullRange : {false, true}) {
-            const ColourSpace space = {standard, fullRange};
-            // Pixel 0: rgb_2_yuv; pixel 1: yuv_2_rgb of the colour taken as YUV. The standard
-            // goes through a variable of the extension's type.
-            const std::string fragment =
-                std::string("#version 310 es\n#extension GL_EXT_YUV_target : require\n") +
-                "precision highp float;\nuniform vec3 uColour;\nout vec4 fragColor;\n"
-                "void main() {\n    yuvCscStandardEXT standard = " +
-                zel::test::yuvConstantOf(space) +
-                ";\n    fragColor = vec4(gl_FragCoord.x < 1.0 ? rgb_2_yuv(uColour, standard) : "
-                "yuv_2_rgb(uColour, standard), 1.0);\n}\n";
-            Program program(zel::test::libraryVertexShader(), fragment);
-            ASSERT_EQ(program.error(), "") << fragment;
-            program.use();
-            for (const zel::test::Rgb& colour : colours) {
-                glUniform3f(glGetUniformLocation(program.name(), "uColour"), float(colour.r),
-                            float(colour.g), float(colour.b));
-                quad.draw();
-                float pixels[8] = {};
-                glReadPixels(0, 0, 2, 1, GL_RGBA, GL_FLOAT, pixels);
-                const zel::test::Yuv yuv = zel::test::yuvFromRgb(space, colour);
-                const zel::test::Rgb rgb =
-                    zel::test::rgbFromYuv(space, {colour.r, colour.g, colour.b});
-                const double expected[8] = {yuv.y, yuv.cb, yuv.cr, 1, rgb.r, rgb.g, rgb.b, 1};
-                for (int i : {0, 1, 2, 4, 5, 6}) {
-                    EXPECT_NEAR(pixels[i], expected[i], 2e-5)
-                        << zel::test::nameOf(space) << " colour " << colour.r << "," << colour.g
-                        << "," << colour.b << " component " << i;
-                }
-            }
-        }
-    }
-    glDeleteFramebuffers(1, &framebuffer);
-    glDeleteTextures(1, &texture);
-    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
 TEST_F(YuvRendering, PixelsOutsideTheDrawKeepTheBufferContents) {
