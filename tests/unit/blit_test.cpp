@@ -408,7 +408,9 @@ TEST_P(Blit, NothingOutlivesTheRenderer) {
         ASSERT_EQ(blitOnce(src, dst), OK);
         android::sp<android::Fence> fence;
         ASSERT_EQ(mRenderer->blit({src}, dst, fence, APP_INSIDE_DEFAULT), OK);
-        ASSERT_EQ(mRenderer->asyncBlit({src}, dst, nullptr, APP_INSIDE_DEFAULT), OK);
+        // The threaded proxy reads the inputs after it returns: they must outlive the work.
+        const std::vector<Buffer> inputs{src};
+        ASSERT_EQ(mRenderer->asyncBlit(inputs, dst, nullptr, APP_INSIDE_DEFAULT), OK);
         auto settings = std::make_shared<BufferSettings>();
         settings->mesh = Mesh::buildRect(2, 2);
         ASSERT_EQ(blitOnce(source(settings, kCpuUsage), dst), OK);
