@@ -581,7 +581,8 @@ bool GLESRenderer::drawMesh(const Mesh* mesh) {
     return true;
 }
 
-// The conversion pass is not wired yet: every blit reports that nothing was rendered.
+// One pass: the source (cached by buffer id unless the CPU uses it) is drawn into a fresh EGLImage
+// of the destination; |fence|, when given, receives the pass's native fence.
 Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::unique_fd* fence) {
     ZEL_TRACE_NAME("convert");
     if (src.texture == nullptr || dst.texture == nullptr) {
@@ -727,6 +728,7 @@ bool GLESRenderer::bindCachedSource(const Buffer& src, const android::Rect& crop
         ZEL_LOGE_PLAIN("cache still not found");
         return false;
     }
+    mSrcImageRecency.touch(id);
     ZEL_LOGD("src find buffer id: %lu", static_cast<unsigned long>(entry->second->getBufferId()));
     entry->second->bindTextureImage(GL_TEXTURE0);
     return true;
@@ -927,12 +929,19 @@ Status GLESRenderer::cacheNewImage(unsigned long id, Buffer buffer, android::Rec
 
     std::lock_guard<std::mutex> lock(mImageCacheMutex);
     auto& cache = cacheType == 0 ? mSrcImageCache : mDstImageCache;
-    // An id already cached keeps its first image; the new one is dropped at once.
+    RecencyList& recency = cacheType == 0 ? mSrcImageRecency : mDstImageRecency;
+    // An id already cached keeps its first image; the new one is dropped at once. Either way the
+    // id was just asked for, so it counts as used.
     cache.emplace(id, std::move(image));
+    recency.touch(id);
     if (cache.size() > kImageCacheCapacity) {
-        // Whichever entry the table iterates first, not the oldest one. Its image lives on while
-        // a pass still holds it.
-        cache.erase(cache.begin());
+        // Evicting the least recently used entry. Erasing the table's first entry instead could
+        // evict the image just inserted (a new node often heads the iteration order), and the
+        // pass that asked for it would then find nothing. The evicted image lives on while a
+        // pass still holds it.
+        const unsigned long victim = recency.oldest();
+        recency.erase(victim);
+        cache.erase(victim);
     }
     return OK;
 }
@@ -954,6 +963,8 @@ Status GLESRenderer::releaseCache() {
     if (!mDstImageCache.empty()) {
         mDstImageCache.clear();
     }
+    mSrcImageRecency.clear();
+    mDstImageRecency.clear();
     return OK;
 }
 
@@ -966,13 +977,7 @@ std::shared_ptr<Image> GLESRenderer::findCachedImage(unsigned long id, long cach
 
 std::vector<unsigned long> GLESRenderer::cachedImageIds(long cacheType) {
     std::lock_guard<std::mutex> lock(mImageCacheMutex);
-    const auto& cache = cacheType == 0 ? mSrcImageCache : mDstImageCache;
-    std::vector<unsigned long> ids;
-    ids.reserve(cache.size());
-    for (const auto& entry : cache) {
-        ids.push_back(entry.first);
-    }
-    return ids;
+    return (cacheType == 0 ? mSrcImageRecency : mDstImageRecency).ids();
 }
 
 bool GLESRenderer::createBufferChecker() {

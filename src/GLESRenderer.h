@@ -23,8 +23,9 @@
 
 #include "ChooseProgram.h"
 #include "Description.h"
-#include "Mesh.h"
 #include "ImageCacheManager.h"
+#include "Mesh.h"
+#include "RecencyList.h"
 
 namespace kav {
 namespace zel {
@@ -94,8 +95,9 @@ public:
     android::base::unique_fd flush();
     size_t getMeshCacheSize() const { return mMeshCache.size(); }
 
-    // Image caches. The image cached for |id| in the source (cacheType 0) or destination cache,
-    // empty when there is none; and the ids a cache holds, in its iteration order.
+    // Image caches, for tests: the image cached for |id| in the source (cacheType 0) or
+    // destination cache, empty when there is none (looking does not count as a use); and the ids
+    // a cache holds, least recently used first.
     std::shared_ptr<Image> findCachedImage(unsigned long id, long cacheType);
     std::vector<unsigned long> cachedImageIds(long cacheType);
 
@@ -148,6 +150,9 @@ private:
     std::mutex mImageCacheMutex;
     std::unordered_map<unsigned long, std::shared_ptr<Image>> mSrcImageCache;
     std::unordered_map<unsigned long, std::shared_ptr<Image>> mDstImageCache;
+    // Use order of each cache's ids, for eviction; under mImageCacheMutex like the caches.
+    RecencyList mSrcImageRecency;
+    RecencyList mDstImageRecency;
     std::unique_ptr<ImageCacheManager> mImageCacheManager;
 };
 

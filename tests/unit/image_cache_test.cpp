@@ -18,8 +18,10 @@
 
 #include "GLESRenderer.h"
 #include "Image.h"
+#include "Frames.h"
 #include "ImageCacheManager.h"
 #include "LogCapture.h"
+#include "ReferenceConverter.h"
 
 namespace kav {
 namespace zel {
@@ -74,62 +76,100 @@ TEST_F(ImageCacheTest, DuplicateIdKeepsTheFirstImageAndDropsTheNewOne) {
     EXPECT_EQ(mRenderer->findCachedImage(7, kDestination), nullptr);
 }
 
-// A table of the cache's kind, given the same inserts and evictions, iterates in the same order
-// and so names the entry the cache must evict.
-std::vector<unsigned long> modelIds(const std::vector<unsigned long>& inserted) {
-    std::unordered_map<unsigned long, std::shared_ptr<Image>> table;
-    for (unsigned long id : inserted) {
-        table.emplace(id, nullptr);
-        if (table.size() > 350) {
-            table.erase(table.begin());
-        }
-    }
+std::vector<unsigned long> idRange(unsigned long first, unsigned long last) {
     std::vector<unsigned long> ids;
-    for (const auto& entry : table) {
-        ids.push_back(entry.first);
+    for (unsigned long id = first; id < last; ++id) {
+        ids.push_back(id);
     }
     return ids;
 }
 
-TEST_F(ImageCacheTest, The351stIdEvictsTheFirstIteratedEntry) {
-    std::vector<unsigned long> inserted;
-    for (unsigned long id = 1000; id < 1350; ++id) {
-        ASSERT_EQ(mRenderer->cacheNewImage(id, mBuffer, kNoCrop, kSource), OK);
-        inserted.push_back(id);
-    }
-    EXPECT_EQ(mRenderer->cachedImageIds(kSource), modelIds(inserted));
-    EXPECT_EQ(imagesAlive(), mAlive + 350);
-
-    // Most new ids come first in the table and evict themselves at once; go on until one evicts
-    // an older entry, so that a user of the evicted image can hold it.
-    std::vector<unsigned long> before;
-    std::vector<unsigned long> after;
-    unsigned long next = 1350;
-    for (;; ++next) {
-        ASSERT_LT(next, 2000u);
-        before = modelIds(inserted);
-        inserted.push_back(next);
-        after = modelIds(inserted);
-        if (std::find(after.begin(), after.end(), next) != after.end()) {
-            break;
+TEST_F(ImageCacheTest, EachCacheEvictsItsLeastRecentlyUsedEntry) {
+    for (long type : {kSource, kDestination}) {
+        SCOPED_TRACE(type);
+        const uint64_t alive = imagesAlive();
+        for (unsigned long id = 1000; id < 1350; ++id) {
+            ASSERT_EQ(mRenderer->cacheNewImage(id, mBuffer, kNoCrop, type), OK);
         }
-        EXPECT_EQ(mRenderer->cacheNewImage(next, mBuffer, kNoCrop, kSource), OK);
-        EXPECT_EQ(mRenderer->cachedImageIds(kSource), after);
-        EXPECT_EQ(imagesAlive(), mAlive + 350);
+        EXPECT_EQ(mRenderer->cachedImageIds(type), idRange(1000, 1350));
+        // Asking again for a cached id counts as a use: 1001 is now the oldest.
+        ASSERT_EQ(mRenderer->cacheNewImage(1000, mBuffer, kNoCrop, type), OK);
+        std::shared_ptr<Image> held = mRenderer->findCachedImage(1001, type);
+        ASSERT_NE(held, nullptr);
+        for (unsigned long id = 1350; id < 1401; ++id) {
+            ASSERT_EQ(mRenderer->cacheNewImage(id, mBuffer, kNoCrop, type), OK);
+            ASSERT_NE(mRenderer->findCachedImage(id, type), nullptr) << id;
+            ASSERT_EQ(mRenderer->cachedImageIds(type).size(), 350u);
+        }
+        std::vector<unsigned long> expected = idRange(1052, 1350);
+        expected.push_back(1000);
+        for (unsigned long id : idRange(1350, 1401)) {
+            expected.push_back(id);
+        }
+        EXPECT_EQ(mRenderer->cachedImageIds(type), expected);
+        EXPECT_EQ(mRenderer->findCachedImage(1001, type), nullptr);
+        // An evicted image lives on while someone holds it.
+        EXPECT_EQ(imagesAlive(), alive + 351);
+        held.reset();
+        EXPECT_EQ(imagesAlive(), alive + 350);
     }
-    unsigned long victim = 0;
-    for (unsigned long id : before) {
-        victim = std::find(after.begin(), after.end(), id) == after.end() ? id : victim;
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource).size(), 350u);
+}
+
+// A distinct solid colour per source index.
+::zel::test::Rgb8 colourOf(int index) {
+    return {static_cast<uint8_t>(index), static_cast<uint8_t>(40 + index / 256 * 100),
+            static_cast<uint8_t>(255 - index % 256), 255};
+}
+
+TEST_F(ImageCacheTest, BlitsOfManySourcesAlwaysFindTheirCachedImage) {
+    using namespace ::zel::test;
+    constexpr int kSide = 16;
+    constexpr int kSources = 400;
+    std::vector<android::sp<android::GraphicBuffer>> sources;
+    for (int i = 0; i < kSources; ++i) {
+        sources.push_back(allocateBuffer(kSide, kSide, HAL_PIXEL_FORMAT_RGBA_8888));
+        RgbImage solid(kSide, kSide);
+        std::fill(solid.pixels.begin(), solid.pixels.end(), colourOf(i));
+        writeRgba(*sources.back(), solid);
     }
-    std::shared_ptr<Image> held = mRenderer->findCachedImage(victim, kSource);
-    ASSERT_NE(held, nullptr);
-    EXPECT_EQ(mRenderer->cacheNewImage(next, mBuffer, kNoCrop, kSource), OK);
-    EXPECT_EQ(mRenderer->cachedImageIds(kSource), after);
-    EXPECT_EQ(mRenderer->findCachedImage(victim, kSource), nullptr);
-    EXPECT_EQ(imagesAlive(), mAlive + 351);
-    held.reset();
-    EXPECT_EQ(imagesAlive(), mAlive + 350);
-    EXPECT_TRUE(mRenderer->cachedImageIds(kDestination).empty());
+    android::sp<android::GraphicBuffer> destination =
+        allocateBuffer(kSide, kSide, HAL_PIXEL_FORMAT_RGBA_8888);
+    Buffer output = bufferOf(destination);
+    auto blitSource = [&](int i) -> testing::AssertionResult {
+        poisonBuffer(*destination);
+        const Status status =
+            mRenderer->blit({bufferOf(sources[i])}, output, 1000, APP_INSIDE_DEFAULT);
+        if (status != OK) {
+            return testing::AssertionFailure() << "source " << i << ": status " << status;
+        }
+        RgbImage expected(kSide, kSide);
+        std::fill(expected.pixels.begin(), expected.pixels.end(), colourOf(i));
+        return imagesMatch(readRgba(*destination), expected, 0) << " source " << i;
+    };
+
+    ::zel::test::LogCapture logs;
+    for (int i = 0; i < kSources; ++i) {
+        ASSERT_TRUE(blitSource(i));
+        // Source 0 is used every hundred frames, source 1 only once.
+        if (i % 100 == 99) {
+            ASSERT_TRUE(blitSource(0));
+        }
+        ASSERT_LE(mRenderer->cachedImageIds(kSource).size(), 350u);
+        ASSERT_NE(mRenderer->findCachedImage(sources[0]->getId(), kSource), nullptr) << i;
+    }
+    EXPECT_EQ(mRenderer->findCachedImage(sources[1]->getId(), kSource), nullptr);
+    for (int i = 0; i < 50; ++i) {
+        ASSERT_TRUE(blitSource(i));
+    }
+    // The last fifty are still cached: blitting them makes only the destination images.
+    const uint64_t created = ::zel::host::gpuCounters().imagesCreated;
+    for (int i = kSources - 50; i < kSources; ++i) {
+        ASSERT_TRUE(blitSource(i));
+    }
+    EXPECT_EQ(::zel::host::gpuCounters().imagesCreated - created, 50u);
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource).size(), 350u);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, ""), 0u) << logs.dump();
 }
 
 TEST_F(ImageCacheTest, ReleaseAndDestructionLeaveNoImageAlive) {
