@@ -28,16 +28,22 @@ bool ZEL_CheckGLError(const char* file, const char* func, int line) {
 }
 
 bool ZEL_CheckEGLError(const char* file, const char* func, int line) {
-    const EGLint error = eglGetError();
-    if (error == EGL_SUCCESS) {
-        return true;
-    }
-    ZEL_LOGE("file(%s), fun(%s), line(%d), eglGetError(0x%x)", file, func, line, error);
-    return false;
+    return kav::zel::checkEglErrorCode(file, func, line) == EGL_SUCCESS;
 }
 
 namespace kav {
 namespace zel {
+
+int32_t checkEglErrorCode(const char* file, const char* func, int line) {
+    const EGLint error = eglGetError();
+    if (error != EGL_SUCCESS) {
+        // Printed under the exported checker's name, whichever of the two was called.
+        __android_log_print(ANDROID_LOG_ERROR, ZEL_LOG_TAG,
+                            "%s <%d>: file(%s), fun(%s), line(%d), eglGetError(0x%x)",
+                            "ZEL_CheckEGLError", __LINE__, file, func, line, error);
+    }
+    return error;
+}
 
 namespace {
 

@@ -92,6 +92,21 @@ void Extensions::initWithGLStrings(const GLubyte* vendor, const GLubyte* rendere
         boolText(mHasOESTextureESSL3), boolText(mHasYUVTarget), boolText(mHasChipCullDistance));
 }
 
+void Extensions::clearAll() {
+    std::lock_guard<std::mutex> lock(mLock);
+    for (bool* flag :
+         {&mHasProtectedTexture, &mHasOESFramebuffer, &mHasOESTexture, &mHasOESTextureESSL3,
+          &mHasYUVTarget, &mHasChipCullDistance, &mHasNoConfigContext, &mHasNativeFenceSync,
+          &mHasFenceSync, &mHasWaitSync, &mHasProtectedContent, &mHasContextPriority,
+          &mHasSurfacelessContext, &mHasRealtimePriority, &mHasImageCrop}) {
+        *flag = false;
+    }
+    for (android::String8* text :
+         {&mVendor, &mRenderer, &mVersion, &mExtensions, &mEGLVersion, &mEGLExtensions}) {
+        text->clear();
+    }
+}
+
 }  // namespace gl
 }  // namespace zel
 }  // namespace kav

@@ -48,7 +48,13 @@ public:
 
 private:
     friend class android::Singleton<Extensions>;
+    // Test code only: lets each test case start from the registry of a fresh process. The
+    // library itself never clears a flag.
+    friend class ExtensionsTestAccess;
     Extensions() = default;
+
+    // Every flag false and every string empty, as at creation.
+    void clearAll();
 
     template <typename T>
     T read(const T& member) const {

@@ -898,17 +898,19 @@ android::base::unique_fd GLESRenderer::flush() {
         return android::base::unique_fd();
     }
     EGLSyncKHR sync = eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
-    ZEL_CHECK_EGL();
+    const EGLint createError = ZEL_CHECK_EGL_CODE();
     if (sync == EGL_NO_SYNC_KHR) {
-        ZEL_LOGW_PLAIN("failed to create EGL native fence sync: %#x", eglGetError());
+        ZEL_LOGW_PLAIN("failed to create EGL native fence sync: %#x", createError);
         return android::base::unique_fd();
     }
     glFlush();
     ZEL_CHECK_GL();
     android::base::unique_fd fd(eglDupNativeFenceFDANDROID(mDisplay, sync));
+    // Read before the sync is destroyed, which would replace it with its own result.
+    const EGLint dupError = fd.get() == -1 ? eglGetError() : EGL_SUCCESS;
     eglDestroySyncKHR(mDisplay, sync);
     if (fd.get() == -1) {
-        ZEL_LOGW_PLAIN("failed to dup EGL native fence sync: %#x", eglGetError());
+        ZEL_LOGW_PLAIN("failed to dup EGL native fence sync: %#x", dupError);
     }
     return fd;
 }

@@ -58,9 +58,9 @@ public:
             ZEL_LOGD("angry if you destroy my image, buffer id: %lu",
                      static_cast<unsigned long>(mBufferId));
             const EGLBoolean destroyed = eglDestroyImageKHR(mDisplay, mImage);
-            ZEL_CheckEGLError(kImageLogFile, __func__, __LINE__);
+            const EGLint error = checkEglErrorCode(kImageLogFile, __func__, __LINE__);
             if (destroyed == EGL_FALSE) {
-                ZEL_LOGE("failed to destroy image: %#x", eglGetError());
+                ZEL_LOGE("failed to destroy image: %#x", error);
             }
             mImage = EGL_NO_IMAGE_KHR;
         }
@@ -83,15 +83,16 @@ public:
         }
         attrs.push_back(EGL_NONE);
 
+        EGLint error = EGL_SUCCESS;
         {
             ZEL_TRACE_NAME("eglCreateImageKHR");
             ZEL_LOGD("eglCreateImageKHR, buffer id: %lu", static_cast<unsigned long>(mBufferId));
             mImage = eglCreateImageKHR(mDisplay, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
                                        static_cast<EGLClientBuffer>(buffer), attrs.data());
-            ZEL_CheckEGLError(kImageLogFile, __func__, __LINE__);
+            error = checkEglErrorCode(kImageLogFile, __func__, __LINE__);
         }
         if (mImage == EGL_NO_IMAGE_KHR) {
-            ZEL_LOGE("failed to create EGLImage: %#x", eglGetError());
+            ZEL_LOGE("failed to create EGLImage: %#x", error);
             return false;
         }
         // Recorded even when the driver lacks protected content and the attribute was left out.

@@ -5,6 +5,8 @@
  */
 #pragma once
 
+#include <stdint.h>
+
 #include <log/log.h>
 
 #include <zel/Debug.h>
@@ -46,3 +48,13 @@
 // Error checks after GL and EGL calls; each source file defines kLogFile ("src/GLESRenderer").
 #define ZEL_CHECK_GL() ZEL_CheckGLError(kLogFile, __func__, __LINE__)
 #define ZEL_CHECK_EGL() ZEL_CheckEGLError(kLogFile, __func__, __LINE__)
+// The same EGL check, handing back the code it read (EGL_SUCCESS when there was none). EGL keeps
+// a single error and reading it clears it, so a failure line that prints the code after a check
+// must print this value, never a second eglGetError().
+#define ZEL_CHECK_EGL_CODE() kav::zel::checkEglErrorCode(kLogFile, __func__, __LINE__)
+
+namespace kav {
+namespace zel {
+int32_t checkEglErrorCode(const char* file, const char* func, int line);
+}  // namespace zel
+}  // namespace kav

@@ -18,6 +18,7 @@
 #include <zel/host/Sync.h>
 
 #include "Extensions.h"
+#include "ExtensionsTestAccess.h"
 #include "Frames.h"
 #include "GLESRenderer.h"
 #include "LogCapture.h"
@@ -356,29 +357,47 @@ TEST_P(Blit, SourceFenceIsWaitedOnBeforeDrawing) {
     producer.join();
 }
 
-TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFails) {
+TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFailsAndTheDriversCodeIsReported) {
     if (!::zel::host::gpuAvailable()) {
         GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
     }
-    // Before any renderer of this process: the extension registry keeps flags it once saw set.
-    ASSERT_TRUE(::zel::host::setDriverProfile("no-native-fence-sync"));
-    for (int type : {Renderer::kTypeGles, Renderer::kTypeGlesThreaded}) {
-        SCOPED_TRACE(type);
-        Renderer::Args args;
-        args.rendererType = type;
-        std::shared_ptr<Renderer> renderer = Renderer::create(args);
-        ASSERT_NE(renderer, nullptr);
-        ASSERT_FALSE(gl::Extensions::getInstance().hasNativeFenceSync());
-        auto srcBuffer = allocateBuffer(kSize, kSize, 0x1);
-        writeRgba(*srcBuffer, gradient(kSize, kSize));
-        const Buffer src = bufferOf(srcBuffer);
-        Buffer dst = bufferOf(allocateBuffer(kSize, kSize, 0x1));
-        // The draw goes through, but there is no fence to wait on.
-        EXPECT_EQ(renderer->blit({src}, dst, 1000, APP_INSIDE_DEFAULT), TIMED_OUT);
-        android::sp<android::Fence> fence;
-        EXPECT_EQ(renderer->blit({src}, dst, fence, APP_INSIDE_DEFAULT), OK);
-        ASSERT_NE(fence, nullptr);
-        EXPECT_FALSE(fence->isValid());
+    const struct {
+        const char* profile;
+        const char* warning;  // nullptr: the renderer does not even try
+    } cases[] = {
+        {"no-native-fence-sync", nullptr},
+        {"fail-fence", "failed to create EGL native fence sync: 0x3003"},   // EGL_BAD_ALLOC
+        {"fail-fence-dup", "failed to dup EGL native fence sync: 0x300c"},  // EGL_BAD_PARAMETER
+    };
+    for (const auto& c : cases) {
+        // The registry keeps flags it once saw set: start as a fresh process would.
+        gl::ExtensionsTestAccess::reset();
+        ASSERT_TRUE(::zel::host::setDriverProfile(c.profile));
+        for (int type : {Renderer::kTypeGles, Renderer::kTypeGlesThreaded}) {
+            SCOPED_TRACE(std::string(c.profile) + " type " + std::to_string(type));
+            LogCapture logs;
+            Renderer::Args args;
+            args.rendererType = type;
+            std::shared_ptr<Renderer> renderer = Renderer::create(args);
+            ASSERT_NE(renderer, nullptr);
+            EXPECT_EQ(gl::Extensions::getInstance().hasNativeFenceSync(), c.warning != nullptr);
+            auto srcBuffer = allocateBuffer(kSize, kSize, 0x1);
+            writeRgba(*srcBuffer, gradient(kSize, kSize));
+            const Buffer src = bufferOf(srcBuffer);
+            Buffer dst = bufferOf(allocateBuffer(kSize, kSize, 0x1));
+            // The draw goes through, but there is no fence to wait on.
+            EXPECT_EQ(renderer->blit({src}, dst, 1000, APP_INSIDE_DEFAULT), TIMED_OUT);
+            android::sp<android::Fence> fence;
+            EXPECT_EQ(renderer->blit({src}, dst, fence, APP_INSIDE_DEFAULT), OK);
+            ASSERT_NE(fence, nullptr);
+            EXPECT_FALSE(fence->isValid());
+            EXPECT_EQ(logs.count(ANDROID_LOG_WARN, "native fence sync"),
+                      c.warning != nullptr ? 2u : 0u)
+                << logs.dump();
+            if (c.warning != nullptr) {
+                EXPECT_EQ(logs.count(ANDROID_LOG_WARN, c.warning), 2u) << logs.dump();
+            }
+        }
     }
     ::zel::host::resetDriverProfile();
 }

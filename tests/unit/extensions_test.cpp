@@ -3,6 +3,7 @@
 
 #include "ExtensionSet.h"
 #include "Extensions.h"
+#include "ExtensionsTestAccess.h"
 
 namespace kav {
 namespace zel {
@@ -31,7 +32,13 @@ TEST(ExtensionSet, OnlyTheSpaceSeparatesWholeNames) {
     EXPECT_EQ(ExtensionSet(nullptr).size(), 0u);
 }
 
-TEST(Extensions, EglFlagsAreTheUnionOfEveryDisplay) {
+// Every case starts from the empty registry of a fresh process.
+class ExtensionRegistry : public ::testing::Test {
+protected:
+    void SetUp() override { ExtensionsTestAccess::reset(); }
+};
+
+TEST_F(ExtensionRegistry, EglFlagsAreTheUnionOfEveryDisplay) {
     Extensions& extensions = Extensions::getInstance();
     EXPECT_TRUE(Extensions::hasInstance());
     EXPECT_FALSE(extensions.hasSurfacelessContext());
@@ -57,12 +64,12 @@ TEST(Extensions, EglFlagsAreTheUnionOfEveryDisplay) {
                  "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
 }
 
-TEST(Extensions, EitherNoConfigNameCounts) {
+TEST_F(ExtensionRegistry, EitherNoConfigNameCounts) {
     Extensions::getInstance().initWithEGLStrings("1.5", "EGL_ANDROIDX_no_config_context");
     EXPECT_TRUE(Extensions::getInstance().hasNoConfigContext());
 }
 
-TEST(Extensions, GlFlagsComeFromTheGlString) {
+TEST_F(ExtensionRegistry, GlFlagsComeFromTheGlString) {
     Extensions& extensions = Extensions::getInstance();
     const auto text = [](const char* s) { return reinterpret_cast<const GLubyte*>(s); };
     extensions.initWithGLStrings(

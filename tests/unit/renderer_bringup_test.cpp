@@ -10,6 +10,7 @@
 #include <zel/host/Gpu.h>
 
 #include "Extensions.h"
+#include "ExtensionsTestAccess.h"
 #include "GLESRenderer.h"
 #include "LogCapture.h"
 
@@ -42,6 +43,8 @@ protected:
         if (!::zel::host::gpuAvailable()) {
             GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
         }
+        // The registry keeps every flag it once saw set; each case starts as a fresh process.
+        gl::ExtensionsTestAccess::reset();
     }
     void TearDown() override { ::zel::host::resetDriverProfile(); }
     LogCapture mLogs;
