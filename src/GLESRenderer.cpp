@@ -16,6 +16,8 @@
 #include "Framebuffer.h"
 #include "VertexBuffer.h"
 #include "DebugSettings.h"
+#include "EglCurrentBinding.h"
+#include "EglDisplayUsers.h"
 #include "Extensions.h"
 #include "Image.h"
 #include "Log.h"
@@ -66,9 +68,12 @@ const native_handle* bufferHandleOf(const ExternalTexture& texture) {
     return texture.getGraphicBuffer()->handle;
 }
 
-// A creation that fails half-way gives back what it made, in the destructor's order, so that a
-// caller retrying creation leaks neither contexts nor display references.
-void releaseEgl(EGLDisplay display, EGLSurface surface, EGLContext context) {
+// A creation that fails half-way gives back only what it made, and leaves the thread and the
+// display as it found them. Deliberately not "leave everything as it is", which leaks the
+// context, the surface and a use of the display on every failed attempt; and deliberately not a
+// full teardown either, which would release the calling thread's context and terminate a
+// display that other renderers of this process still draw with.
+void destroySurfaceAndContext(EGLDisplay display, EGLSurface surface, EGLContext context) {
     if (surface != EGL_NO_SURFACE) {
         eglDestroySurface(display, surface);
         ZEL_CHECK_EGL();
@@ -77,10 +82,14 @@ void releaseEgl(EGLDisplay display, EGLSurface surface, EGLContext context) {
         eglDestroyContext(display, context);
         ZEL_CHECK_EGL();
     }
-    eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
-    ZEL_CHECK_EGL();
-    eglTerminate(display);
-    ZEL_CHECK_EGL();
+}
+
+void abandonCreation(EGLDisplay display, EGLSurface surface, EGLContext context,
+                     const EglCurrentBinding& previous) {
+    // First off the thread, so that destroying them frees them at once.
+    previous.restore();
+    destroySurfaceAndContext(display, surface, context);
+    EglDisplayUsers::release(display);
 }
 
 }  // namespace
@@ -91,6 +100,8 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
     ZEL_LOGD("rendererType = %d, enableProtectedContext = %d, contextPriority = %d",
              args.rendererType, args.enableProtectedContext, args.contextPriority);
 
+    // Whatever the caller has current (another renderer's context, say) is put back on failure.
+    const EglCurrentBinding previous = EglCurrentBinding::ofThisThread();
     EGLDisplay display = initEglDisplay();
     if (display == EGL_NO_DISPLAY) {
         ZEL_LOGE("can't create display");
@@ -103,7 +114,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
         createEglContext(display, config, EGL_NO_CONTEXT, args.contextPriority, protection);
     if (context == EGL_NO_CONTEXT) {
         ZEL_LOGE("can't create context");
-        releaseEgl(display, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        abandonCreation(display, EGL_NO_SURFACE, EGL_NO_CONTEXT, previous);
         return nullptr;
     }
     EGLSurface surface = createEglSurface(display, config, protection);
@@ -113,7 +124,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
     ZEL_CHECK_EGL();
     if (!current) {
         ZEL_LOGE("can't make stub pbuffer current");
-        releaseEgl(display, surface, context);
+        abandonCreation(display, surface, context, previous);
         return nullptr;
     }
 
@@ -128,7 +139,7 @@ std::shared_ptr<GLESRenderer> GLESRenderer::create(const Renderer::Args& args) {
             ZEL_FATAL("requires OpenGL ES 3.0 minimum to run.");
         }
         ZEL_LOGE("OpenGL ES create render failed");
-        releaseEgl(display, surface, context);
+        abandonCreation(display, surface, context, previous);
         return nullptr;
     }
 
@@ -174,13 +185,39 @@ GLESRenderer::GLESRenderer(EGLDisplay display, EGLConfig /*config*/, EGLContext 
 
 GLESRenderer::~GLESRenderer() {
     ZEL_TRACE_NAME("~GLESRenderer");
-    // Cached images go while their context is still current.
+    // Another renderer's context may be current on this thread (two renderers on one thread).
+    // Our GL names must not be deleted in that context, where the same numbers name its own
+    // objects: ours is made current for the teardown (or, should that fail, none is), and the
+    // other one is made current again at the end. With our own context current, or none (the
+    // threaded proxy's worker has finished), the teardown runs as it is and leaves none current.
+    const EglCurrentBinding previous = EglCurrentBinding::ofThisThread();
+    const bool otherCurrent =
+        previous.context() != EGL_NO_CONTEXT && previous.context() != mContext;
+    if (otherCurrent) {
+        const EGLBoolean current = eglMakeCurrent(mDisplay, mStubSurface, mStubSurface, mContext);
+        ZEL_CHECK_EGL();
+        if (!current) {
+            eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+            ZEL_CHECK_EGL();
+        }
+    }
+    // Cached images, meshes and programs go while their context is still current.
     if (mImageCacheManager->releaseAllCache() != OK) {
         ZEL_LOGE_PLAIN("Image cache release fail!");
     }
     mImageCacheManager.reset();
+    mMeshCache.clear();
+    mChooseProgram.reset();
+
+    destroySurfaceAndContext(mDisplay, mStubSurface, mContext);
     // The context is released after it was destroyed: EGL frees it once it is no longer current.
-    releaseEgl(mDisplay, mStubSurface, mContext);
+    if (otherCurrent) {
+        previous.restore();
+    } else {
+        eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
+        ZEL_CHECK_EGL();
+    }
+    EglDisplayUsers::release(mDisplay);
     mDisplay = EGL_NO_DISPLAY;
     if (mDebugDetect) {
         BufferCheckerRelease();
@@ -191,7 +228,8 @@ EGLDisplay GLESRenderer::initEglDisplay() {
     ZEL_TRACE_FUNC();
     EGLDisplay display = eglGetDisplay(EGL_DEFAULT_DISPLAY);
     ZEL_CHECK_EGL();
-    if (!eglInitialize(display, nullptr, nullptr)) {
+    // Initialised by its first user only; releaseEglDisplay gives this use back.
+    if (!EglDisplayUsers::acquire(display)) {
         ZEL_FATAL("failed to initialize EGL. EGL error=0x%x", eglGetError());
     }
     ZEL_CHECK_EGL();
@@ -207,6 +245,10 @@ EGLDisplay GLESRenderer::initEglDisplay() {
     }
     gl::Extensions::getInstance().initWithEGLStrings(version, extensions);
     return display;
+}
+
+void GLESRenderer::releaseEglDisplay(EGLDisplay display) {
+    EglDisplayUsers::release(display);
 }
 
 EGLConfig GLESRenderer::initEglConfig(EGLDisplay display) {

@@ -41,8 +41,10 @@ public:
     GLESRenderer(EGLDisplay display, EGLConfig config, EGLContext context, EGLSurface stubSurface);
     ~GLESRenderer() override;
 
-    // Display and config selection.
+    // Display and config selection. initEglDisplay takes one use of the display (initialising it
+    // when it is the first); releaseEglDisplay gives it back (terminating it with the last).
     static EGLDisplay initEglDisplay();
+    static void releaseEglDisplay(EGLDisplay display);
     static EGLConfig initEglConfig(EGLDisplay display);
     static EGLConfig chooseEglConfig(EGLDisplay display, int format, bool logConfig);
     static int selectEGLConfig(EGLDisplay display, EGLint format, EGLint renderableType,
@@ -139,9 +141,8 @@ private:
     AppInside mAppId = APP_INSIDE_DEFAULT;
     uint32_t mEnable = 0;
 
-    // Both hold GL names of this renderer's context. As members they go after the destructor's
-    // body, when the context is already gone: their GL deletions then have no current context
-    // and do nothing (the names died with the context).
+    // Both hold GL names of this renderer's context; the destructor empties them while that
+    // context is still current.
     std::unordered_map<uint64_t, std::shared_ptr<Mesh>> mMeshCache;
     std::shared_ptr<ChooseProgram> mChooseProgram;
 

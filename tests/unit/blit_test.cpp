@@ -1,8 +1,6 @@
 // The blit as a codec uses it: per-frame settings change the picture the way the interface
 // promises, steady state reuses what it made, fences and the listener tell the truth, bad
 // requests get their Status, and nothing outlives the renderer.
-#include <dirent.h>
-
 #include <atomic>
 #include <cmath>
 #include <condition_variable>
@@ -400,17 +398,6 @@ TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFailsAndTheDriversCodeIsReporte
         }
     }
     ::zel::host::resetDriverProfile();
-}
-
-size_t openFdCount() {
-    size_t count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
-        while (readdir(dir) != nullptr) {
-            ++count;
-        }
-        closedir(dir);
-    }
-    return count;
 }
 
 TEST_P(Blit, NothingOutlivesTheRenderer) {

@@ -1,17 +1,25 @@
 // Bring-up of the GLES renderer on the drivers of different phones: each host driver profile
 // drives one branch of the config fallback chain or of context creation, and the renderer must
 // come up (or refuse, or abort) the way a real device would see it.
+#include <ostream>
+#include <string>
+#include <vector>
+
 #include <gtest/gtest.h>
 
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
+#include <GLES3/gl31.h>
 
 #include <zel/Renderer.h>
 #include <zel/host/Gpu.h>
 
+#include "EglDisplayUsers.h"
 #include "Extensions.h"
 #include "ExtensionsTestAccess.h"
+#include "Frames.h"
 #include "GLESRenderer.h"
+#include "Image.h"
 #include "LogCapture.h"
 
 namespace kav {
@@ -99,7 +107,7 @@ TEST_F(RendererBringUp, ConfigsWithoutAndroidAttributesUseTheNativeVisualQuery) 
     EGLint visual = 0;
     EXPECT_TRUE(eglGetConfigAttrib(display, config, EGL_NATIVE_VISUAL_ID, &visual));
     EXPECT_EQ(visual, 1);
-    eglTerminate(display);
+    GLESRenderer::releaseEglDisplay(display);
 
     // The whole renderer still comes up on that config.
     mLogs.clear();
@@ -128,7 +136,7 @@ TEST_F(RendererBringUp, TenBitFormatAsksForTenBitChannels) {
     } else {
         EXPECT_EQ(config, EGL_NO_CONFIG_KHR);
     }
-    eglTerminate(display);
+    GLESRenderer::releaseEglDisplay(display);
 }
 
 TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
@@ -147,20 +155,124 @@ TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
     EXPECT_EQ(contextAttrib(*renderer, EGL_PROTECTED_CONTENT_EXT), EGL_FALSE);
 }
 
-TEST_F(RendererBringUp, FailedCreationGivesEverythingBack) {
+// What a renderer creation may leave behind.
+struct LiveObjects {
+    uint64_t contexts;
+    uint64_t images;
+    size_t descriptors;
+    size_t displayUsers;
+    bool operator==(const LiveObjects& o) const {
+        return contexts == o.contexts && images == o.images && descriptors == o.descriptors &&
+               displayUsers == o.displayUsers;
+    }
+};
+
+std::ostream& operator<<(std::ostream& out, const LiveObjects& o) {
+    return out << o.contexts << " contexts, " << o.images << " images, " << o.descriptors
+               << " descriptors, " << o.displayUsers << " display users";
+}
+
+LiveObjects liveObjects() {
+    const auto counters = ::zel::host::gpuCounters();
+    return {counters.contextsAlive, counters.imagesAlive, ::zel::test::openFdCount(),
+            EglDisplayUsers::count(eglGetDisplay(EGL_DEFAULT_DISPLAY))};
+}
+
+TEST_F(RendererBringUp, FailedCreationGivesBackOnlyWhatItMadeAndLeavesTheThreadAsItWas) {
     // Warm up: the driver keeps process-wide state after its first context.
     createWithDriver("").reset();
-    const auto before = ::zel::host::gpuCounters();
-    for (const char* profile : {"fail-context", "fail-make-current",
-                                "fail-make-current,no-surfaceless,no-config-context"}) {
-        mLogs.clear();
-        EXPECT_EQ(createWithDriver(profile), nullptr) << profile;
-        EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "can't"), 1u) << profile << mLogs.dump();
-        EXPECT_EQ(::zel::host::gpuCounters().contextsAlive, before.contextsAlive) << profile;
-        EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT) << profile;
+    const struct {
+        std::string display;
+        std::vector<std::string> failures;
+    } displays[] = {
+        {"", {"fail-context", "fail-make-current"}},
+        // With configs and a stub surface; an ES 3 config then gets no second, ES 2 attempt.
+        {"no-config-context,no-surfaceless",
+         {"fail-context", "fail-make-current", "fail-es3-context"}},
+    };
+    for (bool withRenderer : {false, true}) {
+        for (const auto& d : displays) {
+            SCOPED_TRACE("display '" + d.display + "', working renderer " +
+                         std::to_string(withRenderer));
+            gl::ExtensionsTestAccess::reset();
+            // A renderer that already works on this thread, and holds the display: the later,
+            // failing creations then only switch what their contexts get.
+            std::shared_ptr<GLESRenderer> working;
+            if (withRenderer) {
+                working = createWithDriver(d.display.c_str());
+                ASSERT_NE(working, nullptr);
+                ASSERT_TRUE(::zel::test::blitsCorrectly(*working));
+            }
+            const LiveObjects before = liveObjects();
+            for (const std::string& failure : d.failures) {
+                const std::string profile = d.display.empty() ? failure : d.display + "," + failure;
+                for (int attempt = 0; attempt < 3; ++attempt) {
+                    SCOPED_TRACE(profile);
+                    mLogs.clear();
+                    EXPECT_EQ(createWithDriver(profile.c_str()), nullptr);
+                    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "can't"), 1u) << mLogs.dump();
+                    EXPECT_EQ(liveObjects(), before);
+                    EXPECT_EQ(eglGetCurrentContext(),
+                              working ? working->getContext() : EGL_NO_CONTEXT);
+                    EXPECT_EQ(eglGetCurrentSurface(EGL_DRAW),
+                              working ? working->getStubSurface() : EGL_NO_SURFACE);
+                }
+            }
+            if (working) {
+                EXPECT_TRUE(::zel::test::blitsCorrectly(*working));
+                const uint8_t texel[4] = {1, 2, 3, 4};
+                uint32_t name = 0;
+                EXPECT_EQ(working->genTexture(&name, 1, 1, GL_RGBA, GL_UNSIGNED_BYTE, texel), OK);
+                EXPECT_NE(name, 0u);
+                EXPECT_EQ(working->deleteTexture(&name), OK);
+            }
+        }
     }
-    // The display references were all given back: a renderer still comes up and goes away.
-    EXPECT_NE(createWithDriver(""), nullptr);
+    // Every display use was given back: a renderer still comes up, and its display goes with it.
+    ::zel::host::resetDriverProfile();
+    auto renderer = createWithDriver("");
+    ASSERT_NE(renderer, nullptr);
+    EXPECT_EQ(liveObjects().displayUsers, 1u);
+    renderer.reset();
+    EXPECT_EQ(liveObjects().displayUsers, 0u);
+}
+
+TEST_F(RendererBringUp, DestroyingARendererLeavesTheOtherCurrentOneWorking) {
+    auto first = createWithDriver("");
+    ASSERT_NE(first, nullptr);
+    ASSERT_TRUE(::zel::test::blitsCorrectly(*first));
+    const LiveObjects withFirst = liveObjects();
+    auto second = createWithDriver("");
+    ASSERT_NE(second, nullptr);
+    ASSERT_TRUE(::zel::test::blitsCorrectly(*second));
+    EXPECT_EQ(liveObjects().displayUsers, 2u);
+    Buffer buffer = ::zel::test::bufferOf(::zel::test::allocateBuffer(4, 4, 0x1));
+    ASSERT_EQ(second->cacheNewImage(77, buffer, android::Rect::INVALID_RECT, 0), OK);
+    const GLuint name = second->findCachedImage(77, 0)->getTexture();
+    buffer.texture.reset();  // the cache's image keeps what it needs
+
+    // A client that drives both on one thread makes the first current again, then drops the
+    // second: the second's teardown must neither delete the first's objects (which go by the
+    // same numbers) nor unbind it.
+    ASSERT_TRUE(eglMakeCurrent(first->getDisplay(), first->getStubSurface(),
+                               first->getStubSurface(), first->getContext()));
+    const uint8_t texel[4] = {1, 2, 3, 4};
+    glBindTexture(GL_TEXTURE_2D, name);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_RGBA, 1, 1, 0, GL_RGBA, GL_UNSIGNED_BYTE, texel);
+    glBindTexture(GL_TEXTURE_2D, 0);
+    ASSERT_TRUE(glIsTexture(name));
+    mLogs.clear();
+    second.reset();
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, ""), 0u) << mLogs.dump();
+    EXPECT_EQ(eglGetCurrentContext(), first->getContext());
+    EXPECT_EQ(liveObjects(), withFirst);
+    EXPECT_TRUE(glIsTexture(name));
+    glDeleteTextures(1, &name);
+    EXPECT_TRUE(::zel::test::blitsCorrectly(*first));
+
+    first.reset();
+    EXPECT_EQ(eglGetCurrentContext(), EGL_NO_CONTEXT);
+    EXPECT_EQ(liveObjects().displayUsers, 0u);
 }
 
 using RendererBringUpDeathTest = RendererBringUp;

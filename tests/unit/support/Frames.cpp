@@ -1,5 +1,7 @@
 #include "Frames.h"
 
+#include <dirent.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -103,6 +105,33 @@ testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& sou
         return testing::AssertionSuccess();
     }
     return testing::AssertionFailure() << wrong << " pixels differ:" << first.str();
+}
+
+size_t openFdCount() {
+    size_t count = 0;
+    if (DIR* dir = opendir("/proc/self/fd")) {
+        while (readdir(dir) != nullptr) {
+            ++count;
+        }
+        closedir(dir);
+    }
+    return count;
+}
+
+testing::AssertionResult blitsCorrectly(kav::zel::Renderer& renderer) {
+    constexpr int kSide = 16;
+    const RgbImage picture = gradient(kSide, kSide);
+    android::sp<android::GraphicBuffer> source = allocateBuffer(kSide, kSide, 0x1);
+    writeRgba(*source, picture);
+    android::sp<android::GraphicBuffer> target = allocateBuffer(kSide, kSide, 0x1);
+    poisonBuffer(*target);
+    kav::zel::Buffer output = bufferOf(target);
+    const kav::zel::Status status =
+        renderer.blit({bufferOf(source)}, output, 1000, kav::zel::APP_INSIDE_DEFAULT);
+    if (status != kav::zel::OK) {
+        return testing::AssertionFailure() << "blit answered " << status;
+    }
+    return imagesMatch(readRgba(*target), picture, 0);
 }
 
 }  // namespace test

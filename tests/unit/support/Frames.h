@@ -49,5 +49,12 @@ using SampleMap = std::function<bool(double x, double y, double* s, double* t)>;
 testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& source,
                                      const SampleMap& map, const Rgb8& poison, int tolerance);
 
+// Descriptors this process has open now.
+size_t openFdCount();
+
+// Blits a small gradient (a GPU-only source, so it is cached) through `renderer` into a poisoned
+// RGBA destination; success when every pixel arrived.
+testing::AssertionResult blitsCorrectly(kav::zel::Renderer& renderer);
+
 }  // namespace test
 }  // namespace zel
