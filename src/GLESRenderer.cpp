@@ -717,6 +717,13 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
             *fence = flush();
         }
     }
+    // A client mesh's buffers live for this pass only (the next pass uploads it again anyway):
+    // deleted here, on the GL thread, in the context that made them. Left in the mesh, they would
+    // be deleted wherever the client drops it, usually on its own thread with no context current
+    // (a leak in this context) or with another one current (deleting that context's buffers).
+    if (settings != nullptr && settings->mesh != nullptr) {
+        mesh->mVertexBuffer.reset();
+    }
     // Locals go in reverse order: mesh reference, framebuffer, destination, then source image.
     mesh.reset();
     return result;
@@ -782,7 +789,7 @@ std::shared_ptr<Mesh> GLESRenderer::selectMesh(const BufferSettings* settings) {
     mDescription.mHasTexCoords = false;
 
     if (settings != nullptr && settings->mesh != nullptr) {
-        // A client mesh is uploaded again on every pass.
+        // A client mesh is uploaded again on every pass, into buffers that live for the pass.
         std::shared_ptr<Mesh> mesh = settings->mesh;
         mDescription.mHasTexCoords = true;
         mDescription.mUseVertexBuffer = true;

@@ -2,7 +2,7 @@
  * The geometry of one draw: interleaved vertices (a 2-D position followed by its texture
  * coordinate) and an optional index list, with the primitive to draw them as. The renderer draws
  * the built-in rectangle from client memory unless the source buffer brings a mesh of its own,
- * which the conversion pass uploads into mVertexBuffer.
+ * which the conversion pass uploads into mVertexBuffer for the length of that pass.
  */
 #pragma once
 
@@ -57,7 +57,7 @@ public:
     std::vector<uint32_t> mIndices;
     size_t mIndexCount = 0;  // 0: the vertices are drawn in order
     Primitive mPrimitive = TRIANGLES;
-    std::shared_ptr<gl::VertexBuffer> mVertexBuffer;  // empty: drawn from client memory
+    std::shared_ptr<gl::VertexBuffer> mVertexBuffer;  // empty (outside a pass): client memory
 };
 
 }  // namespace zel

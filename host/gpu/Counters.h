@@ -25,6 +25,7 @@ enum class Counter : size_t {
     // Live objects: they follow what exists and are never reset.
     ContextsAlive,
     ImagesAlive,
+    BuffersAlive,
     Count,
 };
 

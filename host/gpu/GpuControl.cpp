@@ -72,6 +72,7 @@ GpuCounters gpuCounters() {
     counters.programVariants = Counters::get(Counter::ProgramVariants);
     counters.contextsAlive = Counters::get(Counter::ContextsAlive);
     counters.imagesAlive = Counters::get(Counter::ImagesAlive);
+    counters.buffersAlive = Counters::get(Counter::BuffersAlive);
     counters.fenceFdsOpen = hostgpu::FenceFdTracker::instance().openCount();
     return counters;
 }

@@ -12,6 +12,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -34,6 +35,7 @@ public:
     };
 
     ShareGroup() = default;
+    ~ShareGroup();
     ShareGroup(const ShareGroup&) = delete;
     ShareGroup& operator=(const ShareGroup&) = delete;
 
@@ -65,12 +67,18 @@ public:
 
     YuvPassPrograms& passPrograms() { return mPassPrograms; }
 
+    // Buffer objects of the group, for the live-buffer counter: names the driver generated, and
+    // names deleted (those the group does not hold are ignored, as the driver ignores them).
+    void addBuffers(GLsizei count, const GLuint* names);
+    void forgetBuffers(GLsizei count, const GLuint* names);
+
 private:
     std::mutex mMutex;
     std::map<GLuint, std::unique_ptr<ImageTexture>> mImageTextures;
     std::unordered_map<GLuint, ShaderRecord> mShaders;
     std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
     YuvPassPrograms mPassPrograms;
+    std::set<GLuint> mBuffers;
 };
 
 }  // namespace hostgpu

@@ -191,17 +191,27 @@ TEST_P(Blit, ClientGridMeshDrawsWithItsOwnTextureCoordinates) {
         s = 1.0f - s;
     }
     ::zel::host::resetGpuCounters();
-    Buffer dst = destination();
-    ASSERT_EQ(blitOnce(source(settings), dst), OK);
-    EXPECT_EQ(::zel::host::gpuCounters().draws, 1u);
-    EXPECT_NE(mesh.mVertexBuffer, nullptr);
-    EXPECT_TRUE(drawn(
-        [](double x, double y, double* s, double* t) {
-            *s = 1.0 - x / kSize;
-            *t = y / kSize;
-            return true;
-        },
-        mPicture));
+    const uint64_t buffers = ::zel::host::gpuCounters().buffersAlive;
+    for (int frame = 0; frame < 2; ++frame) {
+        Buffer dst = destination();
+        ASSERT_EQ(blitOnce(source(settings), dst), OK);
+        EXPECT_EQ(::zel::host::gpuCounters().draws, frame + 1u);
+        EXPECT_TRUE(drawn(
+            [](double x, double y, double* s, double* t) {
+                *s = 1.0 - x / kSize;
+                *t = y / kSize;
+                return true;
+            },
+            mPicture));
+        // The mesh's GL buffers live for the pass only, deleted in the renderer's context.
+        EXPECT_EQ(mesh.mVertexBuffer, nullptr);
+        EXPECT_EQ(::zel::host::gpuCounters().buffersAlive, buffers);
+    }
+    // The client drops its settings on a thread of its own, with no context current: nothing
+    // of the renderer's may depend on that.
+    std::thread([dropped = std::move(settings)]() mutable { dropped.reset(); }).join();
+    mSource.clear();
+    EXPECT_EQ(::zel::host::gpuCounters().buffersAlive, buffers);
 }
 
 TEST_P(Blit, SteadyStateReusesImagesProgramsAndMeshes) {

@@ -70,6 +70,10 @@ struct GpuCounters {
     // EGLImages of Android buffers that still exist: not destroyed, or destroyed while a texture
     // still uses them (as EGL keeps them until then).
     uint64_t imagesAlive = 0;
+    // GL buffer objects (glGenBuffers) not yet deleted in a context of the share group that made
+    // them, nor gone with its last context. A glDeleteBuffers with no context current, or in
+    // another share group, deletes nothing and so leaves them counted.
+    uint64_t buffersAlive = 0;
     // Descriptors from eglDupNativeFenceFDANDROID that the client has not closed yet. Checked
     // when the counters are read: a descriptor counts as closed once its number no longer refers
     // to the same fence (closed, or reused by something else).
