@@ -29,7 +29,34 @@ bool lastErrorSays(const std::string& text) {
     return zel::host::lastFdsanError().find(text) != std::string::npos;
 }
 
-TEST(FdsanTest, WrongOwnersAreReportedAndRightOnesAreNot) {
+// Reports are counted from zero in every case, and the error level and the environment that
+// cases change are put back, so that the cases (and the rest of the binary) run in one process.
+class FdsanTest : public testing::Test {
+protected:
+    void SetUp() override {
+        zel::host::resetFdsanErrors();
+        mLevel = android_fdsan_get_error_level();
+        const char* environment = getenv(kEnvironment);
+        mHadEnvironment = environment != nullptr;
+        mEnvironment = mHadEnvironment ? environment : "";
+    }
+    void TearDown() override {
+        android_fdsan_set_error_level(mLevel);
+        if (mHadEnvironment) {
+            setenv(kEnvironment, mEnvironment.c_str(), 1);
+        } else {
+            unsetenv(kEnvironment);
+        }
+        zel::host::resetFdsanErrors();
+    }
+
+    static constexpr const char* kEnvironment = "ZEL_HOST_FDSAN";
+    android_fdsan_error_level mLevel = ANDROID_FDSAN_ERROR_LEVEL_DISABLED;
+    bool mHadEnvironment = false;
+    std::string mEnvironment;
+};
+
+TEST_F(FdsanTest, WrongOwnersAreReportedAndRightOnesAreNot) {
     zel::test::LogCapture capture;
     const uint64_t owner = android_fdsan_create_owner_tag(ANDROID_FDSAN_OWNER_TYPE_GENERIC_FF, 1);
     const uint64_t intruder =
@@ -59,7 +86,7 @@ TEST(FdsanTest, WrongOwnersAreReportedAndRightOnesAreNot) {
     EXPECT_TRUE(lastErrorSays("double-close"));
 }
 
-TEST(FdsanTest, PlainCloseOfAFenceDescriptorIsReported) {
+TEST_F(FdsanTest, PlainCloseOfAFenceDescriptorIsReported) {
     sp<Fence> fence = new Fence(zel::host::createFenceFd());
     close(fence->get());  // behind the Fence's back
     EXPECT_EQ(zel::host::fdsanErrorCount(), 1u);
@@ -68,7 +95,7 @@ TEST(FdsanTest, PlainCloseOfAFenceDescriptorIsReported) {
     EXPECT_TRUE(lastErrorSays("double-close"));
 }
 
-TEST(FdsanTest, LibbaseUniqueFdStaysSilentUnlessClosedByAnotherOwner) {
+TEST_F(FdsanTest, LibbaseUniqueFdStaysSilentUnlessClosedByAnotherOwner) {
     // Debian's libbase unique_fd does not tag on the host: its normal life reports nothing.
     {
         android::base::unique_fd fd(openDevNull());
@@ -84,7 +111,7 @@ TEST(FdsanTest, LibbaseUniqueFdStaysSilentUnlessClosedByAnotherOwner) {
     EXPECT_TRUE(lastErrorSays("actually unowned"));
 }
 
-TEST(FdsanTest, ErrorLevelsAndTheEnvironment) {
+TEST_F(FdsanTest, ErrorLevelsAndTheEnvironment) {
     auto misclose = [] {
         const int fd = openDevNull();
         android_fdsan_exchange_owner_tag(fd, 0, 9);

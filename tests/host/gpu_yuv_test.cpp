@@ -111,6 +111,10 @@ protected:
         }
         startContext();
     }
+    void TearDown() override {
+        mContext.reset();
+        zel::host::resetDriverProfile();
+    }
 
     void startContext() {
         mContext.reset();

@@ -5,6 +5,8 @@
 #include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdlib>
+#include <functional>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -53,93 +55,106 @@ size_t plainErrors(const ::zel::test::LogCapture& logs, const std::string& start
     return count;
 }
 
+// The library opens the plug-in and looks its entry points up once per process, so every case
+// runs in a process of its own (a fresh one: the death-test machinery re-runs the binary), which
+// also keeps its change of directory and environment to itself.
 class BufferChecker : public ::testing::Test {
 protected:
-    // present: in the directory that holds the test plug-in; else in an empty one.
-    void enter(bool present) {
-        char empty[] = "/tmp/zel-checker-XXXXXX";
-        if (!present) {
-            ASSERT_NE(mkdtemp(empty), nullptr);
-            mEmpty = empty;
-        }
-        ASSERT_EQ(chdir(present ? ZEL_TEST_CHECKER_ROOT : mEmpty.c_str()), 0);
+    // Runs |body| in a fresh process, in the directory that holds the test plug-in when
+    // |present|, else in an empty one; the case fails when the body does.
+    void inOwnProcess(bool present, const std::function<void()>& body) {
+        GTEST_FLAG_SET(death_test_style, "threadsafe");
+        EXPECT_EXIT(
+            {
+                char empty[] = "/tmp/zel-checker-XXXXXX";
+                const bool entered = present ? chdir(ZEL_TEST_CHECKER_ROOT) == 0
+                                             : mkdtemp(empty) != nullptr && chdir(empty) == 0;
+                EXPECT_TRUE(entered);
+                if (entered) {
+                    body();
+                }
+                if (!present) {
+                    rmdir(empty);
+                }
+                std::exit(::testing::Test::HasFailure() ? 1 : 0);
+            },
+            ::testing::ExitedWithCode(0), "");
     }
-    void TearDown() override {
-        if (!mEmpty.empty()) {
-            rmdir(mEmpty.c_str());
-        }
-    }
-    std::string mEmpty;
 };
 
 TEST_F(BufferChecker, PluginIsLoadedOnceAndItsEntryPointsGetTheArguments) {
-    enter(true);
-    ::zel::test::LogCapture logs;
-    setCreateResult("0");
-    EXPECT_EQ(BufferCheckerCreate(), 0);
-    setCreateResult("7");
-    EXPECT_EQ(BufferCheckerCreate(), 7);
-    BufferCheckerRun("/dump/out.raw", 64, 32, 0x23, Dataspace::BT709);
-    BufferCheckerRelease();
+    inOwnProcess(true, [] {
+        ::zel::test::LogCapture logs;
+        setCreateResult("0");
+        EXPECT_EQ(BufferCheckerCreate(), 0);
+        setCreateResult("7");
+        EXPECT_EQ(BufferCheckerCreate(), 7);
+        BufferCheckerRun("/dump/out.raw", 64, 32, 0x23, Dataspace::BT709);
+        BufferCheckerRelease();
 
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerLoads"), 1);
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerCreateCalls"), 2);
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 1);
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerRunCalls"), 1);
-    EXPECT_STREQ(static_cast<const char*>(pluginVariable("ZEL_TestCheckerRunArguments")),
-                 ("/dump/out.raw 64 32 35 " + std::to_string(HAL_DATASPACE_BT709)).c_str());
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerLoads"), 1);
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerCreateCalls"), 2);
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 1);
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerRunCalls"), 1);
+        EXPECT_STREQ(static_cast<const char*>(pluginVariable("ZEL_TestCheckerRunArguments")),
+                     ("/dump/out.raw 64 32 35 " + std::to_string(HAL_DATASPACE_BT709)).c_str());
 
-    for (const char* name :
-         {"ZEL_BufferCheckerCreate", "ZEL_BufferCheckerRun", "ZEL_BufferCheckerRelease"}) {
-        EXPECT_EQ(plainErrors(logs, std::string("getFunctionPtr for ") + name), 1u) << name;
-    }
-    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "failed"), 0u);
+        for (const char* name :
+             {"ZEL_BufferCheckerCreate", "ZEL_BufferCheckerRun", "ZEL_BufferCheckerRelease"}) {
+            EXPECT_EQ(plainErrors(logs, std::string("getFunctionPtr for ") + name), 1u) << name;
+        }
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "failed"), 0u);
+    });
 }
 
 TEST_F(BufferChecker, MissingPluginOnlyLogs) {
-    ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
-    enter(false);
-    ::zel::test::LogCapture logs;
-    auto renderer = GLESRenderer::create(Renderer::Args{Renderer::kTypeGles});
-    ASSERT_NE(renderer, nullptr);
-    EXPECT_FALSE(renderer->createBufferChecker());
-    EXPECT_EQ(BufferCheckerCreate(), 1);
-    BufferCheckerRun("/dump/out.raw", 64, 32, 1, Dataspace::UNKNOWN);
-    renderer.reset();  // never created: no release
-    EXPECT_EQ(plainErrors(logs, "BufferCheckerCreate failed"), 2u) << logs.dump();
-    EXPECT_EQ(plainErrors(logs, "BufferCheckerRun failed"), 1u);
-    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "BufferCheckerRelease"), 0u);
-    // Each wrapper looks its entry point up once, at its first call.
-    EXPECT_EQ(plainErrors(logs, "dlopen<"), 2u);
-    BufferCheckerRelease();
-    EXPECT_EQ(plainErrors(logs, "BufferCheckerRelease failed"), 1u);
-    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "getFunctionPtr"), 0u);
+    inOwnProcess(false, [] {
+        ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
+        ::zel::test::LogCapture logs;
+        auto renderer = GLESRenderer::create(Renderer::Args{Renderer::kTypeGles});
+        ASSERT_NE(renderer, nullptr);
+        EXPECT_FALSE(renderer->createBufferChecker());
+        EXPECT_EQ(BufferCheckerCreate(), 1);
+        BufferCheckerRun("/dump/out.raw", 64, 32, 1, Dataspace::UNKNOWN);
+        renderer.reset();  // never created: no release
+        EXPECT_EQ(plainErrors(logs, "BufferCheckerCreate failed"), 2u) << logs.dump();
+        EXPECT_EQ(plainErrors(logs, "BufferCheckerRun failed"), 1u);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "BufferCheckerRelease"), 0u);
+        // Each wrapper looks its entry point up once, at its first call.
+        EXPECT_EQ(plainErrors(logs, "dlopen<"), 2u);
+        BufferCheckerRelease();
+        EXPECT_EQ(plainErrors(logs, "BufferCheckerRelease failed"), 1u);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "getFunctionPtr"), 0u);
+    });
 }
 
 TEST_F(BufferChecker, RendererReleasesThePluginWhenTheLastCreateSucceeded) {
-    ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
-    enter(true);
-    auto makeRenderer = [] { return GLESRenderer::create(Renderer::Args{Renderer::kTypeGles}); };
-    // A renderer that never asks for the checker never opens it.
-    makeRenderer().reset();
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerLoads"), -1);
+    inOwnProcess(true, [] {
+        ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
+        auto makeRenderer = [] {
+            return GLESRenderer::create(Renderer::Args{Renderer::kTypeGles});
+        };
+        // A renderer that never asks for the checker never opens it.
+        makeRenderer().reset();
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerLoads"), -1);
 
-    auto renderer = makeRenderer();
-    setCreateResult("0");
-    EXPECT_TRUE(renderer->createBufferChecker());
-    setCreateResult("2");
-    EXPECT_FALSE(renderer->createBufferChecker());
-    renderer.reset();
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 0);
+        auto renderer = makeRenderer();
+        setCreateResult("0");
+        EXPECT_TRUE(renderer->createBufferChecker());
+        setCreateResult("2");
+        EXPECT_FALSE(renderer->createBufferChecker());
+        renderer.reset();
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 0);
 
-    renderer = makeRenderer();
-    setCreateResult("-1");
-    EXPECT_FALSE(renderer->getDebugDetect() || renderer->createBufferChecker());
-    setCreateResult("0");
-    EXPECT_TRUE(renderer->createBufferChecker());
-    renderer.reset();
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerCreateCalls"), 4);
-    EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 1);
+        renderer = makeRenderer();
+        setCreateResult("-1");
+        EXPECT_FALSE(renderer->getDebugDetect() || renderer->createBufferChecker());
+        setCreateResult("0");
+        EXPECT_TRUE(renderer->createBufferChecker());
+        renderer.reset();
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerCreateCalls"), 4);
+        EXPECT_EQ(pluginCount("ZEL_TestCheckerReleaseCalls"), 1);
+    });
 }
 
 }  // namespace

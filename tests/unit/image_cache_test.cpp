@@ -15,6 +15,7 @@
 
 #include <zel/ExternalTexture.h>
 #include <zel/host/Gpu.h>
+#include <zel/host/Properties.h>
 
 #include "GLESRenderer.h"
 #include "Image.h"
@@ -52,6 +53,8 @@ class ImageCacheTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(::zel::host::gpuAvailable()) << ::zel::host::gpuUnavailableReason();
+        // Default debug switches (no dumping, whatever an earlier case set).
+        ::zel::host::clearProperties();
         mRenderer = makeRenderer();
         ASSERT_NE(mRenderer, nullptr);
         mAlive = imagesAlive();
