@@ -68,11 +68,6 @@ const native_handle* bufferHandleOf(const ExternalTexture& texture) {
     return texture.getGraphicBuffer()->handle;
 }
 
-// A creation that fails half-way gives back only what it made, and leaves the thread and the
-// display as it found them. Deliberately not "leave everything as it is", which leaks the
-// context, the surface and a use of the display on every failed attempt; and deliberately not a
-// full teardown either, which would release the calling thread's context and terminate a
-// display that other renderers of this process still draw with.
 void destroySurfaceAndContext(EGLDisplay display, EGLSurface surface, EGLContext context) {
     if (surface != EGL_NO_SURFACE) {
         eglDestroySurface(display, surface);
@@ -84,6 +79,11 @@ void destroySurfaceAndContext(EGLDisplay display, EGLSurface surface, EGLContext
     }
 }
 
+// A creation that fails half-way gives back only what it made, and leaves the thread and the
+// display as it found them. Deliberately not "leave everything as it is", which leaks the
+// context, the surface and a use of the display on every failed attempt; and deliberately not a
+// full teardown either, which would release the calling thread's context and terminate a
+// display that other renderers of this process still draw with.
 void abandonCreation(EGLDisplay display, EGLSurface surface, EGLContext context,
                      const EglCurrentBinding& previous) {
     // First off the thread, so that destroying them frees them at once.

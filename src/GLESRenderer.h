@@ -34,8 +34,9 @@ class Image;
 
 class GLESRenderer : public Renderer {
 public:
-    // Brings up display, config, context and surface; empty on failure (the reason is logged).
-    // Aborts the process when EGL cannot be initialised, no config fits or GLES is below 3.0.
+    // Brings up display, config, context and surface; empty on failure (the reason is logged),
+    // leaving the calling thread's current context and other renderers as they were. Aborts the
+    // process when EGL cannot be initialised, no config fits or GLES is below 3.0.
     static std::shared_ptr<GLESRenderer> create(const Renderer::Args& args);
 
     GLESRenderer(EGLDisplay display, EGLConfig config, EGLContext context, EGLSurface stubSurface);
