@@ -12,16 +12,18 @@ namespace {
 
 constexpr const char kIndentation[] = "    ";
 
-// Source sampling of an RGBA source into a YUV destination, by colour matrix index.
-constexpr const char* kRgbToYuvLines[] = {
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_601), 1.0);",
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_601_full_range), 1.0);",
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_709), 1.0);",
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_709_full_range), 1.0);",
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_2020), 1.0);",
-    "vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, vTexCoords).rgb, itu_2020_full_range), 1.0);",
+// The GL_EXT_YUV_target conversion constants, by colour matrix index.
+constexpr const char* kColorMatrixNames[] = {
+    "itu_601",  "itu_601_full_range",  "itu_709", "itu_709_full_range",
+    "itu_2020", "itu_2020_full_range",
 };
-constexpr uint32_t kColorMatrixCount = sizeof(kRgbToYuvLines) / sizeof(kRgbToYuvLines[0]);
+constexpr uint32_t kColorMatrixCount = sizeof(kColorMatrixNames) / sizeof(kColorMatrixNames[0]);
+
+// Source sampling of an RGBA source into a YUV destination, converted with one colour matrix.
+std::string rgbToYuvLine(const char* texCoords, uint32_t colorMatrix) {
+    return std::string("vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, ") + texCoords + ").rgb, " +
+           kColorMatrixNames[colorMatrix] + "), 1.0);";
+}
 
 uint32_t colorMatrixIndex(const Description& desc) {
     const uint32_t full = desc.mFullRange ? 1 : 0;
@@ -182,8 +184,15 @@ void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
     if (key.isRgbToYuv()) {
         // An index past the table writes no src0 line, and the shader does not compile.
         const uint32_t index = key.colorMatrix();
+        // With client texture coordinates (and no alpha texture) the only coordinates the shader
+        // declares are vTex0Coords. Sampling vTexCoords there, as the generator was first written
+        // to do, names an undeclared input and the program never links; this shape departs from
+        // that text on purpose and samples the source at vTex0Coords, like every other shape with
+        // client texture coordinates. All other texts stay as they were.
+        const char* texCoords =
+            key.hasTexCoords() && !key.hasAlpha() ? "vTex0Coords" : "vTexCoords";
         if (index < kColorMatrixCount) {
-            out << kRgbToYuvLines[index];
+            out << rgbToYuvLine(texCoords, index).c_str();
         }
     } else if (key.hasTexCoords()) {
         out << "vec4 src0 = texture(uTexture0, vTex0Coords);";
@@ -202,6 +211,10 @@ void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
             writeAlphaLines(out);
         }
     }
+    // RGBA into YUV writes no src1, alpha or negalpha, so with dual source and alpha this blend
+    // names undeclared values and the program does not link: the draw refuses it. No pass the
+    // renderer runs sets both, and a blend of a converted and an unconverted source would be
+    // wrong anyway, so the text is left as it is.
     if (key.hasDualSource() && key.hasAlpha()) {
         out << "fragColor = alpha*src0+negalpha*src1;";
     } else {

@@ -564,6 +564,13 @@ bool GLESRenderer::drawMesh(const Mesh* mesh) {
         ZEL_LOGE("get program failed");
         return false;
     }
+    // A frame that was not drawn must never be reported as drawn: a program that did not link
+    // (it may sit in the program cache) is refused on every draw, where binding it would draw
+    // nothing and leave the destination as it was.
+    if (!program->isLinked()) {
+        ZEL_LOGE("program did not link, nothing drawn: %s", program->getFailureLog().c_str());
+        return false;
+    }
 
     // Attribute pointers are offsets into the buffer object when the mesh has one, else
     // addresses in the mesh's own vertices.

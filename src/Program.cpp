@@ -22,7 +22,7 @@ constexpr size_t kShaderLogSize = 512;
 
 }  // namespace
 
-GLuint Program::buildShader(const char* source, GLenum type) {
+GLuint Program::buildShader(const char* source, GLenum type, std::string* failureLog) {
     GLuint shader = glCreateShader(type);
     ZEL_CHECK_GL();
     glShaderSource(shader, 1, &source, nullptr);
@@ -40,6 +40,9 @@ GLuint Program::buildShader(const char* source, GLenum type) {
     glGetShaderInfoLog(shader, static_cast<GLsizei>(sizeof(log)), nullptr, log);
     ZEL_CHECK_GL();
     ZEL_LOGE("Error while compiling shader: \n%s\n%s", source, log);
+    if (failureLog != nullptr) {
+        failureLog->append(log);
+    }
     glDeleteShader(shader);
     ZEL_CHECK_GL();
     return 0;
@@ -52,11 +55,11 @@ Program::Program(const std::string& vertexShader, const std::string& fragmentSha
     GLuint program;
     {
         ZEL_TRACE_NAME("buildShader");
-        vs = buildShader(vertexShader.c_str(), GL_VERTEX_SHADER);
+        vs = buildShader(vertexShader.c_str(), GL_VERTEX_SHADER, &mFailureLog);
     }
     {
         ZEL_TRACE_NAME("buildShader");
-        fs = buildShader(fragmentShader.c_str(), GL_FRAGMENT_SHADER);
+        fs = buildShader(fragmentShader.c_str(), GL_FRAGMENT_SHADER, &mFailureLog);
     }
     // A shader that failed to compile is name 0: attaching and linking go on and then fail.
     {
@@ -113,6 +116,10 @@ Program::Program(const std::string& vertexShader, const std::string& fragmentSha
         glGetProgramInfoLog(program, length, nullptr, log.data());
         ZEL_CHECK_GL();
         ZEL_LOGE("%s", log.data());
+        mFailureLog.append(log.data());
+    }
+    if (mFailureLog.empty()) {
+        mFailureLog = "the driver gave no log";
     }
     glDetachShader(program, vs);
     ZEL_CHECK_GL();

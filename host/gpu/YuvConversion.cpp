@@ -29,23 +29,26 @@ YuvConversion conversionOfDataspace(int32_t dataspace) {
     }
 }
 
-YuvToRgbCoefficients yuvToRgbCoefficients(YuvConversion conversion) {
+YuvToRgbCoefficients yuvToRgbCoefficients(YuvConversion conversion, int bitDepth) {
     const int index = static_cast<int>(conversion);
     static const double kKr[3] = {0.299, 0.2126, 0.2627};
     static const double kKb[3] = {0.114, 0.0722, 0.0593};
     const double kr = kKr[index / 2];
     const double kb = kKb[index / 2];
     const double kg = 1.0 - kr - kb;
+    // The 8-bit code ranges scale with the bit depth: 16..235 and 16..240 become 64..940 and
+    // 64..960 at 10 bits, centred on 512; samples are normalised by the largest code.
+    const double largest = (1 << bitDepth) - 1;
+    const double step = (1 << bitDepth) / 256.0;
     YuvToRgbCoefficients c;
+    c.offset[1] = c.offset[2] = 128.0 * step / largest;
     if (index % 2 == 1) {
         c.offset[0] = 0.0;
-        c.offset[1] = c.offset[2] = 128.0 / 255.0;
         c.scale[0] = c.scale[1] = c.scale[2] = 1.0;
     } else {
-        c.offset[0] = 16.0 / 255.0;
-        c.offset[1] = c.offset[2] = 128.0 / 255.0;
-        c.scale[0] = 255.0 / 219.0;
-        c.scale[1] = c.scale[2] = 255.0 / 224.0;
+        c.offset[0] = 16.0 * step / largest;
+        c.scale[0] = largest / (219.0 * step);
+        c.scale[1] = c.scale[2] = largest / (224.0 * step);
     }
     c.crToR = 2.0 - 2.0 * kr;
     c.cbToB = 2.0 - 2.0 * kb;

@@ -97,7 +97,8 @@ std::string YuvShaderCode::samplingCode(const std::string& name, ImageLayout lay
         code += " return vec4(yuv, 1.0); }";
         return code;
     }
-    const YuvToRgbCoefficients c = yuvToRgbCoefficients(conversion);
+    const YuvToRgbCoefficients c =
+        yuvToRgbCoefficients(conversion, layout == ImageLayout::P010 ? 10 : 8);
     code += " highp vec3 e = (yuv - " + vec3Of(c.offset) + ") * " + vec3Of(c.scale) + ";";
     code += " return vec4(clamp(vec3(e.x + " + number(c.crToR) + " * e.z, e.x - " +
             number(c.cbToG) + " * e.y - " + number(c.crToG) + " * e.z, e.x + " + number(c.cbToB) +

@@ -165,15 +165,21 @@ Yuv yuvFromRgb(const ColourSpace& space, const Rgb& rgb) {
     return {(219.0 * y + 16.0) / 255.0, (224.0 * cb + 128.0) / 255.0, (224.0 * cr + 128.0) / 255.0};
 }
 
-Rgb rgbFromYuv(const ColourSpace& space, const Yuv& yuv) {
+Rgb rgbFromYuv(const ColourSpace& space, const Yuv& yuv, int bitDepth) {
     const LumaWeights w = weightsOf(space.standard);
-    double y = yuv.y;
-    double cb = yuv.cb - 128.0 / 255.0;
-    double cr = yuv.cr - 128.0 / 255.0;
+    // Back to codes, then the code ranges of the bit depth: the 8-bit ones times 2^(n-8).
+    const double top = maxCode(bitDepth);
+    const double step = (1 << bitDepth) / 256.0;
+    const double luma = yuv.y * top;
+    const double cbCode = yuv.cb * top - 128.0 * step;
+    const double crCode = yuv.cr * top - 128.0 * step;
+    double y = luma / top;
+    double cb = cbCode / top;
+    double cr = crCode / top;
     if (!space.fullRange) {
-        y = (255.0 * yuv.y - 16.0) / 219.0;
-        cb = (255.0 * yuv.cb - 128.0) / 224.0;
-        cr = (255.0 * yuv.cr - 128.0) / 224.0;
+        y = (luma - 16.0 * step) / (219.0 * step);
+        cb = cbCode / (224.0 * step);
+        cr = crCode / (224.0 * step);
     }
     Rgb rgb;
     rgb.r = y + 2.0 * (1.0 - w.kr) * cr;
@@ -283,7 +289,7 @@ RgbImage decode(const YuvImage& image, const ColourSpace& space, ChromaFilter fi
     RgbImage out(image.width, image.height);
     for (int y = 0; y < image.height; ++y) {
         for (int x = 0; x < image.width; ++x) {
-            const Rgb rgb = rgbFromYuv(space, sampleAt(image, x, y, filter));
+            const Rgb rgb = rgbFromYuv(space, sampleAt(image, x, y, filter), image.bitDepth);
             out.at(x, y) = {byteOf(rgb.r), byteOf(rgb.g), byteOf(rgb.b), 255};
         }
     }

@@ -8,8 +8,13 @@
  * BT.709 and (0.2627, 0.0593) for BT.2020, RGB in [0,1] gives
  *   y = Kr r + (1 - Kr - Kb) g + Kb b,   cb = (b - y) / (2 (1 - Kb)),   cr = (r - y) / (2 (1 - Kr))
  * and the samples are, limited range, Y = (219 y + 16) / 255, C = (224 c + 128) / 255, full range
- * Y = y, C = c + 128 / 255, whatever the bit depth (GL_EXT_YUV_target's rgb_2_yuv and yuv_2_rgb;
- * a 10-bit buffer stores round(sample * 1023)). Nothing is clamped until a value becomes a code.
+ * Y = y, C = c + 128 / 255, whatever the bit depth (GL_EXT_YUV_target's rgb_2_yuv, which renders
+ * into YUV buffers; a 10-bit buffer stores round(sample * 1023)). Decoding, as sampling a YUV
+ * buffer does, reads codes with the ranges of their bit depth n, as BT.2020, BT.2100 and FFmpeg
+ * do: limited range y = (Y - 16 * 2^(n-8)) / (219 * 2^(n-8)), c = (C - 128 * 2^(n-8)) /
+ * (224 * 2^(n-8)) (10 bits: (Y - 64) / 876, (C - 512) / 896); full range y = Y / (2^n - 1),
+ * c = (C - 2^(n-1)) / (2^n - 1). At 8 bits both are the same. Nothing is clamped until a value
+ * becomes a code.
  *
  * 4:2:0. A chroma sample stands for a 2x2 block of pixels, sited at its centre. Encoding takes the
  * average of the block's exact values (the pixels that exist, at odd sizes), or its top-left
@@ -63,7 +68,8 @@ struct Yuv {
 };
 
 Yuv yuvFromRgb(const ColourSpace& space, const Rgb& rgb);
-Rgb rgbFromYuv(const ColourSpace& space, const Yuv& yuv);
+// `yuv` normalised by the largest code of `bitDepth`, decoded with that depth's code ranges.
+Rgb rgbFromYuv(const ColourSpace& space, const Yuv& yuv, int bitDepth = 8);
 
 // round(value * (2^bitDepth - 1)), clamped to the codes of the bit depth.
 uint16_t codeOf(double normalised, int bitDepth);

@@ -5,8 +5,10 @@
 #include <cmath>
 #include <condition_variable>
 #include <mutex>
+#include <set>
 #include <thread>
 
+#include <GLES3/gl31.h>
 #include <gtest/gtest.h>
 
 #include <ui/Fence.h>
@@ -15,6 +17,7 @@
 #include <zel/host/Gpu.h>
 #include <zel/host/Sync.h>
 
+#include "ChooseProgram.h"
 #include "Extensions.h"
 #include "ExtensionsTestAccess.h"
 #include "Frames.h"
@@ -207,6 +210,30 @@ TEST_P(Blit, ClientGridMeshDrawsWithItsOwnTextureCoordinates) {
         EXPECT_EQ(mesh.mVertexBuffer, nullptr);
         EXPECT_EQ(::zel::host::gpuCounters().buffersAlive, buffers);
     }
+
+    // The same mesh converting into YUV destinations: the conversion samples the mesh's own
+    // texture coordinates too.
+    RgbImage mirrored(kSize, kSize);
+    for (int y = 0; y < kSize; ++y) {
+        for (int x = 0; x < kSize; ++x) {
+            mirrored.at(x, y) = mPicture.at(kSize - 1 - x, y);
+        }
+    }
+    const struct {
+        int32_t format;
+        ColourSpace space;
+    } yuvCases[] = {{0x23, {YuvStandard::Bt601, false}},
+                    {0x11, {YuvStandard::Bt709, true}},
+                    {0x36, {YuvStandard::Bt2020, false}},
+                    {0x32315659, {YuvStandard::Bt709, false}}};
+    for (const auto& c : yuvCases) {
+        SCOPED_TRACE(testing::Message() << std::hex << "0x" << c.format << " " << nameOf(c.space));
+        Buffer dst = destination(c.format);
+        setDataspace(*mDestination, dataspaceOf(c.space));
+        ASSERT_EQ(blitOnce(source(settings), dst), OK);
+        EXPECT_TRUE(planesMatch(readPlanes(*mDestination),
+                                encode(mirrored, c.space, bitDepthOf(c.format)), 1, 2));
+    }
     // The client drops its settings on a thread of its own, with no context current: nothing
     // of the renderer's may depend on that.
     std::thread([dropped = std::move(settings)]() mutable { dropped.reset(); }).join();
@@ -363,6 +390,120 @@ TEST_P(Blit, SourceFenceIsWaitedOnBeforeDrawing) {
     EXPECT_EQ(blitOnce(src, dst), OK);
     EXPECT_TRUE(signalled);
     producer.join();
+}
+
+// Every program shape a pass can select (the key of its description: destination RGBA, YUV to
+// YUV, RGBA into YUV with each colour matrix; with and without a client mesh and a texture
+// transform) draws every pixel of a poisoned destination. A shape whose program cannot link (dual
+// source with an alpha texture into YUV, which no pass selects on its own) fails the pass with the
+// reason in the log, every time, and leaves the destination untouched.
+TEST(BlitShapes, EveryShapeDrawsAndAnUnlinkableOneFailsThePass) {
+    if (!::zel::host::gpuAvailable()) {
+        GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
+    }
+    Renderer::Args args;
+    args.rendererType = Renderer::kTypeGles;
+    std::shared_ptr<Renderer> base = Renderer::create(args);
+    ASSERT_NE(base, nullptr);
+    auto& renderer = static_cast<GLESRenderer&>(*base);
+    uint32_t enable = 3;  // cached programs: a broken one must be refused from the cache too
+    ASSERT_EQ(renderer.setConfig(Renderer::ENABLE, &enable), OK);
+
+    // No dark pixels: limited or full range, no sample can come out as the YUV poison, whose
+    // chroma pair no colour produces anyway.
+    RgbImage picture = gradient(kSize, kSize);
+    for (Rgb8& p : picture.pixels) {
+        p = Rgb8{static_cast<uint8_t>(64 + p.r / 2), static_cast<uint8_t>(64 + p.g / 2),
+                 static_cast<uint8_t>(64 + p.b / 2), 255};
+    }
+    const YuvImage poison = [] {
+        auto buffer = allocateBuffer(2, 2, 0x23);
+        poisonBuffer(*buffer);
+        return readPlanes(*buffer);
+    }();
+    // Samples (or pixels) of the destination that still hold the poison.
+    auto untouched = [&](android::GraphicBuffer& buffer) {
+        int count = 0;
+        if (!isYuvFormat(buffer.getPixelFormat())) {
+            for (const Rgb8& p : readRgba(buffer).pixels) {
+                count += p.a != 255;  // the poison's alpha is 0xEF, every draw writes 1.0
+            }
+            return count;
+        }
+        const YuvImage planes = readPlanes(buffer);
+        for (uint16_t y : planes.y) {
+            count += y == poison.y[0];
+        }
+        for (size_t i = 0; i < planes.cb.size(); ++i) {
+            count += planes.cb[i] == poison.cb[0] && planes.cr[i] == poison.cr[0];
+        }
+        return count;
+    };
+
+    const ColourSpace spaces[] = {{YuvStandard::Bt601, false},  {YuvStandard::Bt601, true},
+                                  {YuvStandard::Bt709, false},  {YuvStandard::Bt709, true},
+                                  {YuvStandard::Bt2020, false}, {YuvStandard::Bt2020, true}};
+    std::set<uint32_t> keys;
+    for (int32_t srcFormat : {0x1, 0x23}) {
+        for (int32_t dstFormat : {0x1, 0x23}) {
+            const bool rgbToYuv = srcFormat == 0x1 && dstFormat != 0x1;
+            for (size_t space = 0; space < (rgbToYuv ? 6u : 1u); ++space) {
+                for (int shape = 0; shape < 4; ++shape) {
+                    SCOPED_TRACE(testing::Message()
+                                 << std::hex << "0x" << srcFormat << " -> 0x" << dstFormat << " "
+                                 << nameOf(spaces[space]) << " shape " << shape);
+                    auto settings = std::make_shared<BufferSettings>();
+                    if (shape & 1) {
+                        settings->mesh = Mesh::buildRect(3, 3);
+                    }
+                    if (shape & 2) {
+                        settings->rotation = 180.0f;  // still covers the whole destination
+                    }
+                    auto src = allocateBuffer(kSize, kSize, srcFormat);
+                    fillSource(*src, picture, {});
+                    auto dst = allocateBuffer(kSize, kSize, dstFormat);
+                    poisonBuffer(*dst);
+                    setDataspace(*dst, dataspaceOf(spaces[space]));
+                    Buffer output = bufferOf(dst);
+                    LogCapture logs;
+                    ASSERT_EQ(
+                        renderer.blit({bufferOf(src, settings)}, output, 1000, APP_INSIDE_DEFAULT),
+                        OK)
+                        << logs.dump();
+                    keys.insert(ChooseProgram::computeKey(renderer.getDescription()).mKey);
+                    EXPECT_EQ(untouched(*dst), 0);
+                }
+            }
+        }
+    }
+    // Three types; RGBA into YUV with six colour matrices; with or without each of the two.
+    EXPECT_EQ(keys.size(), (1u + 1u + 6u) * 4u);
+
+    // Two passes with the unlinkable shape, the second one with the program from the cache.
+    auto src = allocateBuffer(kSize, kSize, 0x1);
+    writeRgba(*src, picture);
+    auto dst = allocateBuffer(kSize, kSize, 0x23);
+    for (int pass = 0; pass < 2; ++pass) {
+        SCOPED_TRACE(pass);
+        poisonBuffer(*dst);
+        Buffer output = bufferOf(dst);
+        Description& desc = renderer.getDescription();
+        desc.mDualSource = true;
+        desc.mHasAlpha = true;
+        LogCapture logs;
+        android::base::unique_fd fence;
+        EXPECT_EQ(renderer.convert(bufferOf(src), output, &fence), RENDER_FAILED);
+        glFinish();
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "program did not link, nothing drawn: "), 1u)
+            << logs.dump();
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "drawMesh failed"), 1u);
+        EXPECT_EQ(untouched(*dst), kSize * kSize + kSize * kSize / 4);
+        desc.mHasAlpha = false;
+    }
+    // The next frame with a shape that links draws again.
+    Buffer output = bufferOf(dst);
+    EXPECT_EQ(renderer.blit({bufferOf(src)}, output, 1000, APP_INSIDE_DEFAULT), OK);
+    EXPECT_EQ(untouched(*dst), 0);
 }
 
 TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFailsAndTheDriversCodeIsReported) {

@@ -92,6 +92,7 @@ TEST(ShaderText, MatchesTheGoldenFiles) {
                  {0x4, "position_only", "yuv_to_yuv"},
                  {0xc08, "position_only", "rgba_to_yuv_709_full"},
                  {0x30, "projection_texcoords", "projection_texcoords"},
+                 {0x38, "projection_texcoords", "rgba_to_yuv_texcoords"},
                  {0x1b1, "dual_alpha_warp", "dual_alpha_warp"}};
     for (const auto& c : cases) {
         EXPECT_EQ(shaderText(c.key, true), golden(std::string(c.vertex) + ".vert")) << c.key;
@@ -102,11 +103,9 @@ TEST(ShaderText, MatchesTheGoldenFiles) {
     EXPECT_EQ(shaderText(0x221, true), shaderText(0x223, true));
 }
 
-// Every key a description can reach compiles and links, but for two RGBA-to-YUV shapes that,
-// as generated, cannot compile: with texture coordinates and no alpha texture the conversion
-// samples at an undeclared vTexCoords; with dual source and alpha the blend names src1, alpha and
-// negalpha, which this conversion never samples.
-TEST(ProgramLink, EveryReachableKeyLinksButTwoRgbaToYuvShapes) {
+// Every key a description can reach compiles and links, but for RGBA to YUV with dual source and
+// alpha: there the blend names src1, alpha and negalpha, which this conversion never samples.
+TEST(ProgramLink, EveryReachableKeyLinksButRgbaToYuvWithDualSourceAndAlpha) {
     REQUIRE_CONTEXT();
     // Per type: dual x projection x texture coordinates x warp (3) x alpha (3); RGBA to YUV has
     // six colour matrices besides. The YUV types are checked only where they can compile.
@@ -136,13 +135,13 @@ TEST(ProgramLink, EveryReachableKeyLinksButTwoRgbaToYuvShapes) {
         ChooseProgram chooser;
         for (auto& [key, desc] : byKey) {
             const bool alpha = (key & Key::kAlphaMask) != 0;
-            const bool mustFail = fmtType == 2 && (((key & Key::kTexCoords) != 0 && !alpha) ||
-                                                   ((key & Key::kDualSourceMask) && alpha));
+            const bool mustFail = fmtType == 2 && (key & Key::kDualSourceMask) != 0 && alpha;
             ::zel::test::LogCapture logs;
             std::shared_ptr<gl::Program> program = chooser.getProgram(desc);
             ASSERT_NE(program, nullptr);
             EXPECT_EQ(program->isLinked(), !mustFail) << std::hex << key << logs.dump();
             EXPECT_EQ(program->getProgram() != 0, !mustFail) << std::hex << key;
+            EXPECT_EQ(program->getFailureLog().empty(), !mustFail) << std::hex << key;
         }
     }
     // A colour-matrix index past the table leaves the conversion out: no such shader compiles.
@@ -160,6 +159,9 @@ TEST(GlProgram, FailedCompileLogsTheSourceThenTheLinkAndLeavesAnEmptyShell) {
     gl::Program program(shaderText(0, true), broken, {});
     EXPECT_FALSE(program.isLinked());
     EXPECT_EQ(program.getProgram(), 0u);
+    // The draw reports what the compiler said.
+    EXPECT_NE(program.getFailureLog().find("undeclared"), std::string::npos)
+        << program.getFailureLog();
     // The whole source, then the compiler's log naming the culprit; then the link.
     const auto compile = logs.linesContaining("Error while compiling shader: \n" + broken + "\n");
     ASSERT_EQ(compile.size(), 1u) << logs.dump();

@@ -22,14 +22,17 @@
  * offers GL_EXT_YUV_target. On YUV images:
  * - samplerExternalOES returns RGB converted with the buffer's dataspace at draw time (its standard
  *   BT.601, BT.709 or BT.2020 and its range; BT.601 limited range when it has none), clamped to
- *   [0,1], alpha 1; __samplerExternal2DY2YEXT returns the codes (Y, Cb, Cr, 1) normalised by the
- *   largest code (255, or 1023 for P010), unconverted and unclamped. Chroma is sited at the centre
- *   of its 2x2 block and filtered with the texture's filter. On RGBA images both return the stored
- *   RGBA.
+ *   [0,1], alpha 1; the codes are read with the ranges of their bit depth (8 bits: Y 16..235,
+ *   C centred on 128 over 224; P010: Y 64..940, C centred on 512 over 896; full range: Y over the
+ *   largest code, C centred on 128 or 512); __samplerExternal2DY2YEXT returns the codes (Y, Cb, Cr,
+ * 1) normalised by the largest code (255, or 1023 for P010), unconverted and unclamped. Chroma is
+ * sited at the centre of its 2x2 block and filtered with the texture's filter. On RGBA images both
+ * return the stored RGBA.
  * - rgb_2_yuv and yuv_2_rgb follow the digital ITU formulas on normalised samples, whatever the bit
  *   depth: limited range Y = (219 y + 16) / 255, C = (224 c + 128) / 255; full range Y = y,
  *   C = c + 128 / 255; (Kr, Kb) = (0.299, 0.114) for itu_601, (0.2126, 0.0722) for itu_709,
- *   (0.2627, 0.0593) for itu_2020; nothing is clamped. Sampling converts with the same formulas.
+ *   (0.2627, 0.0593) for itu_2020; nothing is clamped. At 8 bits sampling decodes with the same
+ *   formulas; P010 samples are decoded with their 10-bit ranges (above), not these.
  * - Rendering (a layout(yuv) output) writes Y, Cb, Cr into red, green, blue of a full-resolution
  *   intermediate that starts from the buffer's contents, so pixels a draw does not cover keep
  *   them. The write-back packs it: Y per pixel, each chroma sample the average of its 2x2 block
