@@ -36,6 +36,7 @@ bool apply(const std::string& name, host::DriverProfile* profile) {
         {"fail-image-attachment", &host::DriverProfile::failImageAttachment},
         {"fail-texture-storage", &host::DriverProfile::failTextureStorage},
         {"fence-never-signals", &host::DriverProfile::fenceNeverSignals},
+        {"no-display", &host::DriverProfile::noDisplay},
     };
     for (const auto& [flagName, member] : kFlags) {
         if (name == flagName) {

@@ -141,6 +141,7 @@ std::string gpuUnavailableReason();
  *                          framebuffer is incomplete (missing attachment) and draws into it fail
  *   fail-texture-storage   glTexImage2D and glTexStorage2D raise GL_OUT_OF_MEMORY and allocate
  *                          nothing
+ *   no-display             eglGetDisplay answers EGL_NO_DISPLAY (checked at each call)
  *   fence-never-signals    native fences are created (rendering still reaches memory) but never
  *                          signal: a hung GPU
  */
@@ -162,6 +163,7 @@ struct DriverProfile {
     bool failImageAttachment = false;
     bool failTextureStorage = false;
     bool fenceNeverSignals = false;
+    bool noDisplay = false;
 };
 
 // Parses ZEL_HOST_DRIVER syntax into a profile (starting from the default one). False, with the
