@@ -124,6 +124,10 @@ size_t entriesIn(const char* directory) {
 
 }  // namespace
 
+std::string rendererTypeName(const testing::TestParamInfo<int>& info) {
+    return info.param == kav::zel::Renderer::kTypeGles ? "Direct" : "Threaded";
+}
+
 size_t openFdCount() {
     return entriesIn("/proc/self/fd");
 }

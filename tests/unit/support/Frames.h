@@ -9,6 +9,7 @@
 #include <functional>
 #include <memory>
 #include <ostream>
+#include <string>
 
 #include <ui/GraphicBuffer.h>
 
@@ -49,6 +50,9 @@ using SampleMap = std::function<bool(double x, double y, double* s, double* t)>;
 // may be either.
 testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& source,
                                      const SampleMap& map, const Rgb8& poison, int tolerance);
+
+// Test names for the renderer type a parameterised test runs on: "Direct" or "Threaded".
+std::string rendererTypeName(const testing::TestParamInfo<int>& info);
 
 // Descriptors this process has open now.
 size_t openFdCount();
