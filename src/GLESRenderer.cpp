@@ -749,6 +749,15 @@ bool GLESRenderer::checkRequest(const ExternalTexture& srcTexture,
             return false;
         }
     }
+    // Secure content never reaches memory the CPU can read.
+    const android::sp<android::GraphicBuffer>& srcBuffer = srcTexture.getGraphicBuffer();
+    const android::sp<android::GraphicBuffer>& dstBuffer = dstTexture.getGraphicBuffer();
+    if (srcBuffer != nullptr && dstBuffer != nullptr &&
+        (srcBuffer->getUsage() & android::GraphicBuffer::USAGE_PROTECTED) != 0 &&
+        (dstBuffer->getUsage() & android::GraphicBuffer::USAGE_PROTECTED) == 0) {
+        ZEL_LOGE("protected src into unprotected dst refused");
+        return false;
+    }
     if (settings == nullptr) {
         return true;
     }
