@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include <cmath>
+
 #include <vector>
 
 #include <GLES3/gl31.h>
@@ -649,6 +651,9 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
         return UNSUPPORTED_FORMAT;
     }
     const BufferSettings* settings = src.settings.get();
+    if (!checkRequest(srcTexture, dstTexture, settings)) {
+        return BAD_VALUE;
+    }
     const android::Rect crop = settings != nullptr ? settings->crop : android::Rect::INVALID_RECT;
 
     // Made on every pass; the cached path leaves it unused.
@@ -734,6 +739,81 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
     // Locals go in reverse order: mesh reference, framebuffer, destination, then source image.
     mesh.reset();
     return result;
+}
+
+bool GLESRenderer::checkRequest(const ExternalTexture& srcTexture,
+                                const ExternalTexture& dstTexture,
+                                const BufferSettings* settings) const {
+    const auto beyondTextureLimit = [this](const ExternalTexture& texture) {
+        return texture.getWidth() > static_cast<uint32_t>(mMaxTextureSize) ||
+               texture.getHeight() > static_cast<uint32_t>(mMaxTextureSize);
+    };
+    for (const ExternalTexture* texture : {&srcTexture, &dstTexture}) {
+        if (beyondTextureLimit(*texture)) {
+            ZEL_LOGE("%s buffer %ux%u beyond GL_MAX_TEXTURE_SIZE %d",
+                     texture == &srcTexture ? "src" : "dst", texture->getWidth(),
+                     texture->getHeight(), mMaxTextureSize);
+            return false;
+        }
+    }
+    // Secure content never reaches memory the CPU can read.
+    const android::sp<android::GraphicBuffer>& srcBuffer = srcTexture.getGraphicBuffer();
+    const android::sp<android::GraphicBuffer>& dstBuffer = dstTexture.getGraphicBuffer();
+    if (srcBuffer != nullptr && dstBuffer != nullptr &&
+        (srcBuffer->getUsage() & android::GraphicBuffer::USAGE_PROTECTED) != 0 &&
+        (dstBuffer->getUsage() & android::GraphicBuffer::USAGE_PROTECTED) == 0) {
+        ZEL_LOGE("protected src into unprotected dst refused");
+        return false;
+    }
+    if (settings == nullptr) {
+        return true;
+    }
+    // A crop that is sent at all (right >= left, bottom >= top) must lie within the buffer.
+    const android::Rect& crop = settings->crop;
+    if (crop.right >= crop.left && crop.bottom >= crop.top &&
+        (crop.left < 0 || crop.top < 0 ||
+         crop.right > static_cast<int32_t>(srcTexture.getWidth()) ||
+         crop.bottom > static_cast<int32_t>(srcTexture.getHeight()))) {
+        ZEL_LOGE("src crop (%d,%d,%d,%d) outside the %ux%u buffer", crop.left, crop.top, crop.right,
+                 crop.bottom, srcTexture.getWidth(), srcTexture.getHeight());
+        return false;
+    }
+    if (!std::isfinite(settings->rotation)) {
+        ZEL_LOGE("rotation %f is not a number of degrees", settings->rotation);
+        return false;
+    }
+    if (settings->forceWidth != 0 && settings->forceHeight != 0 &&
+        (settings->forceWidth < 0 || settings->forceHeight < 0 ||
+         settings->forceWidth > mMaxViewportDims[0] ||
+         settings->forceHeight > mMaxViewportDims[1])) {
+        ZEL_LOGE("forced size %dx%d outside GL_MAX_VIEWPORT_DIMS %dx%d", settings->forceWidth,
+                 settings->forceHeight, mMaxViewportDims[0], mMaxViewportDims[1]);
+        return false;
+    }
+    const Mesh* mesh = settings->mesh.get();
+    if (mesh == nullptr) {
+        return true;
+    }
+    // The draw reads mVertexCount vertices of mStride floats, and mIndexCount indices.
+    if (mesh->mVertexCount == 0 || mesh->mStride < mesh->mVertexSize + mesh->mTexCoordSize ||
+        mesh->mVertices.size() < mesh->mVertexCount * mesh->mStride) {
+        ZEL_LOGE("client mesh: %zu vertices of stride %zu in %zu floats", mesh->mVertexCount,
+                 mesh->mStride, mesh->mVertices.size());
+        return false;
+    }
+    if (mesh->mIndexCount > mesh->mIndices.size()) {
+        ZEL_LOGE("client mesh: %zu indices in a list of %zu", mesh->mIndexCount,
+                 mesh->mIndices.size());
+        return false;
+    }
+    for (size_t i = 0; i < mesh->mIndexCount; ++i) {
+        if (mesh->mIndices[i] >= mesh->mVertexCount) {
+            ZEL_LOGE("client mesh: index %u out of range of %zu vertices", mesh->mIndices[i],
+                     mesh->mVertexCount);
+            return false;
+        }
+    }
+    return true;
 }
 
 bool GLESRenderer::isSourceCacheable(const ExternalTexture& srcTexture) {

@@ -121,6 +121,9 @@ public:
 
 private:
     // Steps of a conversion pass.
+    // False, with an error line, when the frame asks for what no draw can give.
+    bool checkRequest(const ExternalTexture& srcTexture, const ExternalTexture& dstTexture,
+                      const BufferSettings* settings) const;
     static bool isSourceCacheable(const ExternalTexture& srcTexture);
     bool bindCachedSource(const Buffer& src, const android::Rect& crop);
     std::shared_ptr<Mesh> selectMesh(const BufferSettings* settings);

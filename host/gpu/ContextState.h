@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "KhronosApi.h"
+#include "LiveNames.h"
 #include "ShareGroup.h"
 
 namespace zel {
@@ -26,6 +27,9 @@ struct ContextAttributes {
     const char* glVersion = nullptr;  // GL_VERSION override; null: the driver's
     bool failMakeCurrent = false;
     bool chromaTopLeft = false;  // write-backs into 4:2:0 buffers keep the top-left chroma sample
+    bool failLink = false;       // programs fail to link
+    bool failImageAttachment = false;  // image textures never become colour attachments
+    bool failTextureStorage = false;   // texture storage runs out of memory
 };
 
 class ContextState {
@@ -56,11 +60,16 @@ public:
     // The client textures attached to `framebuffer`.
     std::vector<GLuint> attachedTextures(GLuint framebuffer) const;
 
+    // The client's framebuffers (not shared between contexts), for the live counter. Touched
+    // only where the context is current.
+    LiveNames& framebuffers() { return mFramebuffers; }
+
 private:
     const ContextAttributes mAttributes;
     const std::shared_ptr<ShareGroup> mShareGroup;
     PassResources mPassResources;
     std::map<GLuint, std::map<GLenum, GLuint>> mAttachments;
+    LiveNames mFramebuffers{Counter::FramebuffersAlive};
 };
 
 }  // namespace hostgpu

@@ -11,8 +11,7 @@ constexpr size_t kCounterCount = static_cast<size_t>(Counter::Count);
 std::atomic<uint64_t> gCounters[kCounterCount] = {};
 
 bool isLive(Counter counter) {
-    return counter == Counter::ContextsAlive || counter == Counter::ImagesAlive ||
-           counter == Counter::BuffersAlive;
+    return counter >= Counter::ContextsAlive;
 }
 
 }  // namespace

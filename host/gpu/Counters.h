@@ -26,6 +26,9 @@ enum class Counter : size_t {
     ContextsAlive,
     ImagesAlive,
     BuffersAlive,
+    TexturesAlive,
+    FramebuffersAlive,
+    ProgramsAlive,
     Count,
 };
 

@@ -32,6 +32,11 @@ bool apply(const std::string& name, host::DriverProfile* profile) {
         {"fail-fence", &host::DriverProfile::failFenceCreation},
         {"fail-fence-dup", &host::DriverProfile::failFenceDup},
         {"chroma-top-left", &host::DriverProfile::chromaTopLeftSample},
+        {"fail-link", &host::DriverProfile::failLink},
+        {"fail-image-attachment", &host::DriverProfile::failImageAttachment},
+        {"fail-texture-storage", &host::DriverProfile::failTextureStorage},
+        {"fence-never-signals", &host::DriverProfile::fenceNeverSignals},
+        {"no-display", &host::DriverProfile::noDisplay},
     };
     for (const auto& [flagName, member] : kFlags) {
         if (name == flagName) {

@@ -98,6 +98,9 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
     }
     attributes.failMakeCurrent = profile.failMakeCurrent;
     attributes.chromaTopLeft = profile.chromaTopLeftSample;
+    attributes.failLink = profile.failLink;
+    attributes.failImageAttachment = profile.failImageAttachment;
+    attributes.failTextureStorage = profile.failTextureStorage;
 
     std::shared_ptr<ContextState> shared;
     if (share_context != EGL_NO_CONTEXT) {

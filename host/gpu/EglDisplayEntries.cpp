@@ -6,6 +6,7 @@
 #include "ContextRegistry.h"
 #include "Counters.h"
 #include "DisplayRegistry.h"
+#include "DriverProfileStore.h"
 #include "DisplaySelection.h"
 #include "EglError.h"
 #include "HandleRegistry.h"
@@ -32,6 +33,11 @@ EGLDisplay EGLAPIENTRY eglGetDisplay(EGLNativeDisplayType display_id) {
     // As on Android, the default display is the only one.
     if (display_id != EGL_DEFAULT_DISPLAY) {
         EglError::set(EGL_BAD_PARAMETER);
+        return EGL_NO_DISPLAY;
+    }
+    if (zel::hostgpu::DriverProfileStore::instance().current().noDisplay) {
+        // A device whose EGL driver failed to load: no display, and no error either.
+        EglError::set(EGL_SUCCESS);
         return EGL_NO_DISPLAY;
     }
     EglError::deferToDriver();

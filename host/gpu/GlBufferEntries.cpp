@@ -17,7 +17,7 @@ GL_APICALL void GL_APIENTRY glGenBuffers(GLsizei n, GLuint* buffers) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && n > 0 && buffers != nullptr) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-        context->shareGroup().addBuffers(n, buffers);
+        context->shareGroup().buffers().add(n, buffers);
     }
 }
 
@@ -25,7 +25,7 @@ GL_APICALL void GL_APIENTRY glDeleteBuffers(GLsizei n, const GLuint* buffers) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && n > 0 && buffers != nullptr) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-        context->shareGroup().forgetBuffers(n, buffers);
+        context->shareGroup().buffers().forget(n, buffers);
     }
     mesa().glDeleteBuffers(n, buffers);
 }

@@ -126,6 +126,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
     if (context != nullptr && program != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         context->shareGroup().setProgram(program, nullptr);
+        context->shareGroup().programs().add(program);
     }
     return program;
 }
@@ -133,6 +134,11 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
 GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
+        {
+            // Counted as gone: the name is the client's no more, even while it stays current.
+            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+            context->shareGroup().programs().forget(program);
+        }
         // A current program lives on until it is replaced: its record stays until the name
         // serves another program.
         GLint current = 0;
@@ -185,8 +191,18 @@ GL_APICALL void GL_APIENTRY glCompileShader(GLuint shader) {
 GL_APICALL void GL_APIENTRY glLinkProgram(GLuint program) {
     Counters::add(Counter::ProgramsLinked);
     const zel::hostgpu::MesaFunctions& gl = mesa();
-    gl.glLinkProgram(program);
     ContextState* context = CurrentContext::get();
+    if (context != nullptr && context->attributes().failLink &&
+        gl.glIsProgram(program) == GL_TRUE) {
+        // A program without shaders fails to link, with the driver's own info log.
+        GLuint shaders[8] = {};
+        GLsizei count = 0;
+        gl.glGetAttachedShaders(program, 8, &count, shaders);
+        for (GLsizei i = 0; i < count; ++i) {
+            gl.glDetachShader(program, shaders[i]);
+        }
+    }
+    gl.glLinkProgram(program);
     if (context == nullptr || gl.glIsProgram(program) != GL_TRUE) {
         return;
     }

@@ -2,7 +2,8 @@
  * Hand-written GL texture and framebuffer entry points: targeting an Android-buffer EGLImage onto
  * an external texture, and attaching such a texture to a framebuffer (the driver has no external
  * render targets: the layer attaches the texture that holds the image's pixels instead). The layer
- * follows deletions and re-attachments to know which framebuffers render into buffers.
+ * follows deletions and re-attachments to know which framebuffers render into buffers, and the
+ * client's texture and framebuffer names for the live counters.
  */
 #include "ContextState.h"
 #include "CurrentContext.h"
@@ -38,6 +39,16 @@ void replaceAttachment(GLenum target, GLenum attachment) {
          target == GL_READ_FRAMEBUFFER)) {
         context->clearAttachment(boundFramebuffer(target), attachment);
     }
+}
+
+// True, with GL_OUT_OF_MEMORY raised, when the current context's profile has no texture memory.
+bool storageRunsOut() {
+    ContextState* context = CurrentContext::get();
+    if (context == nullptr || !context->attributes().failTextureStorage) {
+        return false;
+    }
+    GlErrorQueue::push(GL_OUT_OF_MEMORY);
+    return true;
 }
 
 }  // namespace
@@ -79,10 +90,20 @@ GL_APICALL void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglIma
                                  context->passResources());
 }
 
+GL_APICALL void GL_APIENTRY glGenTextures(GLsizei n, GLuint* textures) {
+    mesa().glGenTextures(n, textures);
+    ContextState* context = CurrentContext::get();
+    if (context != nullptr && n > 0 && textures != nullptr) {
+        std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().textures().add(n, textures);
+    }
+}
+
 GL_APICALL void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && n > 0 && textures != nullptr) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().textures().forget(n, textures);
         if (context->shareGroup().hasImageTextures()) {
             context->shareGroup().forget(n, textures, context->passResources());
             for (GLsizei i = 0; i < n; ++i) {
@@ -98,6 +119,13 @@ GL_APICALL void GL_APIENTRY glFramebufferTexture2D(GLenum target, GLenum attachm
     ContextState* context = CurrentContext::get();
     if (context != nullptr && textarget == GL_TEXTURE_EXTERNAL_OES && texture != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        if (context->attributes().failImageAttachment &&
+            context->shareGroup().find(texture) != nullptr) {
+            // Whatever was attached goes, and nothing takes its place.
+            replaceAttachment(target, attachment);
+            mesa().glFramebufferTexture2D(target, attachment, GL_TEXTURE_2D, 0, level);
+            return;
+        }
         if (ImageTexture* imageTexture = context->shareGroup().find(texture)) {
             mesa().glFramebufferTexture2D(target, attachment, GL_TEXTURE_2D,
                                           imageTexture->renderTexture(), level);
@@ -128,14 +156,41 @@ GL_APICALL void GL_APIENTRY glFramebufferRenderbuffer(GLenum target, GLenum atta
     mesa().glFramebufferRenderbuffer(target, attachment, renderbuffertarget, renderbuffer);
 }
 
+GL_APICALL void GL_APIENTRY glGenFramebuffers(GLsizei n, GLuint* framebuffers) {
+    mesa().glGenFramebuffers(n, framebuffers);
+    ContextState* context = CurrentContext::get();
+    if (context != nullptr && n > 0 && framebuffers != nullptr) {
+        context->framebuffers().add(n, framebuffers);
+    }
+}
+
 GL_APICALL void GL_APIENTRY glDeleteFramebuffers(GLsizei n, const GLuint* framebuffers) {
     ContextState* context = CurrentContext::get();
-    if (context != nullptr && context->hasAttachments() && framebuffers != nullptr) {
+    if (context != nullptr && n > 0 && framebuffers != nullptr) {
+        context->framebuffers().forget(n, framebuffers);
         for (GLsizei i = 0; i < n; ++i) {
             context->forgetFramebuffer(framebuffers[i]);
         }
     }
     mesa().glDeleteFramebuffers(n, framebuffers);
+}
+
+// Texture storage: a driver profile can make it run out.
+GL_APICALL void GL_APIENTRY glTexImage2D(GLenum target, GLint level, GLint internalformat,
+                                         GLsizei width, GLsizei height, GLint border, GLenum format,
+                                         GLenum type, const void* pixels) {
+    if (storageRunsOut()) {
+        return;
+    }
+    mesa().glTexImage2D(target, level, internalformat, width, height, border, format, type, pixels);
+}
+
+GL_APICALL void GL_APIENTRY glTexStorage2D(GLenum target, GLsizei levels, GLenum internalformat,
+                                           GLsizei width, GLsizei height) {
+    if (storageRunsOut()) {
+        return;
+    }
+    mesa().glTexStorage2D(target, levels, internalformat, width, height);
 }
 
 }  // extern "C"

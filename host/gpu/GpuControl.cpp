@@ -73,6 +73,9 @@ GpuCounters gpuCounters() {
     counters.contextsAlive = Counters::get(Counter::ContextsAlive);
     counters.imagesAlive = Counters::get(Counter::ImagesAlive);
     counters.buffersAlive = Counters::get(Counter::BuffersAlive);
+    counters.texturesAlive = Counters::get(Counter::TexturesAlive);
+    counters.programsAlive = Counters::get(Counter::ProgramsAlive);
+    counters.framebuffersAlive = Counters::get(Counter::FramebuffersAlive);
     counters.fenceFdsOpen = hostgpu::FenceFdTracker::instance().openCount();
     return counters;
 }

@@ -6,26 +6,7 @@
 namespace zel {
 namespace hostgpu {
 
-ShareGroup::~ShareGroup() {
-    // The group's buffers went with its last context.
-    Counters::add(Counter::BuffersAlive, -static_cast<int64_t>(mBuffers.size()));
-}
-
-void ShareGroup::addBuffers(GLsizei count, const GLuint* names) {
-    for (GLsizei i = 0; i < count; ++i) {
-        if (names[i] != 0 && mBuffers.insert(names[i]).second) {
-            Counters::add(Counter::BuffersAlive);
-        }
-    }
-}
-
-void ShareGroup::forgetBuffers(GLsizei count, const GLuint* names) {
-    for (GLsizei i = 0; i < count; ++i) {
-        if (mBuffers.erase(names[i]) != 0) {
-            Counters::add(Counter::BuffersAlive, -1);
-        }
-    }
-}
+ShareGroup::~ShareGroup() = default;
 
 ImageTexture* ShareGroup::find(GLuint clientTexture) {
     auto it = mImageTextures.find(clientTexture);

@@ -12,13 +12,13 @@
 #include <map>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "ImageTexture.h"
 #include "KhronosApi.h"
+#include "LiveNames.h"
 #include "ProgramRecord.h"
 #include "ShaderRewriter.h"
 #include "YuvPassPrograms.h"
@@ -67,10 +67,10 @@ public:
 
     YuvPassPrograms& passPrograms() { return mPassPrograms; }
 
-    // Buffer objects of the group, for the live-buffer counter: names the driver generated, and
-    // names deleted (those the group does not hold are ignored, as the driver ignores them).
-    void addBuffers(GLsizei count, const GLuint* names);
-    void forgetBuffers(GLsizei count, const GLuint* names);
+    // The client's buffer objects, textures and programs in the group, for the live counters.
+    LiveNames& buffers() { return mBuffers; }
+    LiveNames& textures() { return mTextures; }
+    LiveNames& programs() { return mProgramNames; }
 
 private:
     std::mutex mMutex;
@@ -78,7 +78,9 @@ private:
     std::unordered_map<GLuint, ShaderRecord> mShaders;
     std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
     YuvPassPrograms mPassPrograms;
-    std::set<GLuint> mBuffers;
+    LiveNames mBuffers{Counter::BuffersAlive};
+    LiveNames mTextures{Counter::TexturesAlive};
+    LiveNames mProgramNames{Counter::ProgramsAlive};
 };
 
 }  // namespace hostgpu

@@ -585,9 +585,7 @@ TEST_P(Blit, NothingOutlivesTheRenderer) {
 
 INSTANTIATE_TEST_SUITE_P(Types, Blit,
                          ::testing::Values(Renderer::kTypeGles, Renderer::kTypeGlesThreaded),
-                         [](const ::testing::TestParamInfo<int>& info) {
-                             return info.param == Renderer::kTypeGles ? "Direct" : "Threaded";
-                         });
+                         rendererTypeName);
 
 }  // namespace
 }  // namespace zel

@@ -9,6 +9,8 @@
 
 #include <ui/GraphicBufferMapper.h>
 
+#include <zel/host/Gpu.h>
+
 namespace zel {
 namespace test {
 
@@ -107,15 +109,59 @@ testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& sou
     return testing::AssertionFailure() << wrong << " pixels differ:" << first.str();
 }
 
-size_t openFdCount() {
+namespace {
+
+size_t entriesIn(const char* directory) {
     size_t count = 0;
-    if (DIR* dir = opendir("/proc/self/fd")) {
+    if (DIR* dir = opendir(directory)) {
         while (readdir(dir) != nullptr) {
             ++count;
         }
         closedir(dir);
     }
     return count;
+}
+
+}  // namespace
+
+std::string rendererTypeName(const testing::TestParamInfo<int>& info) {
+    return info.param == kav::zel::Renderer::kTypeGles ? "Direct" : "Threaded";
+}
+
+size_t openFdCount() {
+    return entriesIn("/proc/self/fd");
+}
+
+size_t threadCount() {
+    return entriesIn("/proc/self/task");
+}
+
+LiveResources LiveResources::now() {
+    const ::zel::host::GpuCounters counters = ::zel::host::gpuCounters();
+    LiveResources live;
+    live.contexts = counters.contextsAlive;
+    live.images = counters.imagesAlive;
+    live.textures = counters.texturesAlive;
+    live.framebuffers = counters.framebuffersAlive;
+    live.programs = counters.programsAlive;
+    live.buffers = counters.buffersAlive;
+    live.fenceFds = counters.fenceFdsOpen;
+    live.descriptors = openFdCount();
+    live.threads = threadCount();
+    return live;
+}
+
+bool LiveResources::operator==(const LiveResources& o) const {
+    return contexts == o.contexts && images == o.images && textures == o.textures &&
+           framebuffers == o.framebuffers && programs == o.programs && buffers == o.buffers &&
+           fenceFds == o.fenceFds && descriptors == o.descriptors && threads == o.threads;
+}
+
+std::ostream& operator<<(std::ostream& out, const LiveResources& l) {
+    return out << l.contexts << " contexts, " << l.images << " images, " << l.textures
+               << " textures, " << l.framebuffers << " framebuffers, " << l.programs
+               << " programs, " << l.buffers << " buffers, " << l.fenceFds << " fence fds, "
+               << l.descriptors << " descriptors, " << l.threads << " threads";
 }
 
 testing::AssertionResult blitsCorrectly(kav::zel::Renderer& renderer) {

@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <ostream>
+#include <string>
 
 #include <ui/GraphicBuffer.h>
 
@@ -49,8 +51,32 @@ using SampleMap = std::function<bool(double x, double y, double* s, double* t)>;
 testing::AssertionResult drawMatches(const RgbImage& actual, const RgbImage& source,
                                      const SampleMap& map, const Rgb8& poison, int tolerance);
 
+// Test names for the renderer type a parameterised test runs on: "Direct" or "Threaded".
+std::string rendererTypeName(const testing::TestParamInfo<int>& info);
+
 // Descriptors this process has open now.
 size_t openFdCount();
+// Threads of this process now.
+size_t threadCount();
+
+// What a renderer may leave behind, counted now: GPU objects the layer follows, fence
+// descriptors, all descriptors and threads of the process.
+struct LiveResources {
+    uint64_t contexts = 0;
+    uint64_t images = 0;
+    uint64_t textures = 0;
+    uint64_t framebuffers = 0;
+    uint64_t programs = 0;
+    uint64_t buffers = 0;
+    uint64_t fenceFds = 0;
+    size_t descriptors = 0;
+    size_t threads = 0;
+
+    static LiveResources now();
+    bool operator==(const LiveResources& other) const;
+    bool operator!=(const LiveResources& other) const { return !(*this == other); }
+};
+std::ostream& operator<<(std::ostream& out, const LiveResources& live);
 
 // Blits a small gradient (a GPU-only source, so it is cached) through `renderer` into a poisoned
 // RGBA destination; success when every pixel arrived.

@@ -77,6 +77,12 @@ struct GpuCounters {
     // them, nor gone with its last context. A glDeleteBuffers with no context current, or in
     // another share group, deletes nothing and so leaves them counted.
     uint64_t buffersAlive = 0;
+    // Textures, programs and framebuffers that the client generated (glGenTextures,
+    // glCreateProgram, glGenFramebuffers) and has not deleted, followed like buffersAlive
+    // (framebuffers per context, as they are not shared).
+    uint64_t texturesAlive = 0;
+    uint64_t programsAlive = 0;
+    uint64_t framebuffersAlive = 0;
     // Descriptors from eglDupNativeFenceFDANDROID that the client has not closed yet. Checked
     // when the counters are read: a descriptor counts as closed once its number no longer refers
     // to the same fence (closed, or reused by something else).
@@ -132,6 +138,15 @@ std::string gpuUnavailableReason();
  *   fail-fence-dup         eglDupNativeFenceFDANDROID fails (EGL_BAD_PARAMETER)
  *   chroma-top-left        rendering into 4:2:0 buffers keeps the top-left sample of each 2x2
  *                          block as its chroma instead of the average
+ *   fail-link              glLinkProgram fails (the program loses its shaders first), with the
+ *                          driver's own info log
+ *   fail-image-attachment  an image texture attached to a framebuffer attaches nothing, so the
+ *                          framebuffer is incomplete (missing attachment) and draws into it fail
+ *   fail-texture-storage   glTexImage2D and glTexStorage2D raise GL_OUT_OF_MEMORY and allocate
+ *                          nothing
+ *   no-display             eglGetDisplay answers EGL_NO_DISPLAY (checked at each call)
+ *   fence-never-signals    native fences are created (rendering still reaches memory) but never
+ *                          signal: a hung GPU
  */
 struct DriverProfile {
     std::vector<std::string> removedEglExtensions;
@@ -147,6 +162,11 @@ struct DriverProfile {
     bool failFenceCreation = false;
     bool failFenceDup = false;
     bool chromaTopLeftSample = false;
+    bool failLink = false;
+    bool failImageAttachment = false;
+    bool failTextureStorage = false;
+    bool fenceNeverSignals = false;
+    bool noDisplay = false;
 };
 
 // Parses ZEL_HOST_DRIVER syntax into a profile (starting from the default one). False, with the
