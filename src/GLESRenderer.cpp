@@ -657,20 +657,29 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
     const android::Rect crop = settings != nullptr ? settings->crop : android::Rect::INVALID_RECT;
 
     // Made on every pass; the cached path leaves it unused.
+    // An image or a framebuffer that the driver refused leaves nothing to sample or nothing to
+    // draw into. The pass stops there with RENDER_FAILED: going on would draw nothing and still
+    // report the frame as drawn, and the caller would show whatever the destination held before.
     Image srcImage(mDisplay, 0);
     if (!isSourceCacheable(srcTexture)) {
-        srcImage.setNativeWindowBuffer(srcTexture.getGraphicBuffer()->getNativeBuffer(), crop,
-                                       mProtectedContext);
-        srcImage.bindTextureImage(GL_TEXTURE0);
+        if (!srcImage.setNativeWindowBuffer(srcTexture.getGraphicBuffer()->getNativeBuffer(), crop,
+                                            mProtectedContext) ||
+            !srcImage.bindTextureImage(GL_TEXTURE0)) {
+            ZEL_LOGE("no image of the source buffer, nothing drawn");
+            return RENDER_FAILED;
+        }
     } else if (!bindCachedSource(src, crop)) {
         return RENDER_FAILED;
     }
 
     // The destination gets a fresh EGLImage every pass, never cropped, never cached.
     Image dstImage(mDisplay, 0);
-    dstImage.setNativeWindowBuffer(dstTexture.getGraphicBuffer()->getNativeBuffer(),
-                                   android::Rect::INVALID_RECT, mProtectedContext);
-    dstImage.bindTextureImage(GL_TEXTURE2);
+    if (!dstImage.setNativeWindowBuffer(dstTexture.getGraphicBuffer()->getNativeBuffer(),
+                                        android::Rect::INVALID_RECT, mProtectedContext) ||
+        !dstImage.bindTextureImage(GL_TEXTURE2)) {
+        ZEL_LOGE("no image of the destination buffer, nothing drawn");
+        return RENDER_FAILED;
+    }
 
     if (ZEL_debug_dump) {
         createBufferChecker();
@@ -680,6 +689,10 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
 
     gl::Framebuffer framebuffer;
     framebuffer.bindTextureImageAsFramebuffer(dstImage);
+    if (framebuffer.getStatus() != GL_FRAMEBUFFER_COMPLETE) {
+        ZEL_LOGE("destination framebuffer incomplete, nothing drawn");
+        return RENDER_FAILED;
+    }
 
     std::shared_ptr<Mesh> mesh = selectMesh(settings);
 
@@ -864,9 +877,16 @@ bool GLESRenderer::bindCachedSource(const Buffer& src, const android::Rect& crop
         ZEL_LOGE_PLAIN("cache still not found");
         return false;
     }
-    mSrcImageRecency.touch(id);
     ZEL_LOGD("src find buffer id: %lu", static_cast<unsigned long>(entry->second->getBufferId()));
-    entry->second->bindTextureImage(GL_TEXTURE0);
+    if (!entry->second->bindTextureImage(GL_TEXTURE0)) {
+        // The import failed when the image was cached: drop it so that the next pass of this
+        // buffer tries again instead of failing for as long as the entry lives.
+        ZEL_LOGE("cached source image has no EGLImage, nothing drawn");
+        mSrcImageCache.erase(entry);
+        mSrcImageRecency.erase(id);
+        return false;
+    }
+    mSrcImageRecency.touch(id);
     return true;
 }
 

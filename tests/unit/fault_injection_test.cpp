@@ -52,13 +52,14 @@ const Fault kFaults[] = {
      RENDER_FAILED, false, ANDROID_LOG_ERROR, "can't create context"},
     {"fail-make-current", Stage::Creation, RENDER_FAILED, RENDER_FAILED, false, ANDROID_LOG_ERROR,
      "can't make stub pbuffer current"},
-    // Pass: image, framebuffer and link failures are logged and the pass goes on; nothing is
-    // drawn, and the draw's result alone decides the Status.
-    {"fail-image", Stage::Pass, OK, OK, false, ANDROID_LOG_ERROR,
+    // Pass: an image, framebuffer or program the driver refused fails the pass with the
+    // driver's line and the pass's own; nothing is drawn and no frame is reported drawn.
+    {"fail-image", Stage::Pass, RENDER_FAILED, RENDER_FAILED, false, ANDROID_LOG_ERROR,
      "failed to create EGLImage: 0x3003"},  // EGL_BAD_ALLOC
-    {"fail-image-attachment", Stage::Pass, OK, OK, false, ANDROID_LOG_ERROR,
+    {"fail-image-attachment", Stage::Pass, RENDER_FAILED, RENDER_FAILED, false, ANDROID_LOG_ERROR,
      "Frame buffer is not complete. Error 36055"},  // GL_FRAMEBUFFER_INCOMPLETE_MISSING_ATTACHMENT
-    {"fail-link", Stage::Pass, OK, OK, false, ANDROID_LOG_ERROR, "Error while linking shaders:"},
+    {"fail-link", Stage::Pass, RENDER_FAILED, RENDER_FAILED, false, ANDROID_LOG_ERROR,
+     "program did not link, nothing drawn"},
     // Fences: the draw lands, only the time-out entry cannot prove it.
     {"no-native-fence-sync", Stage::Pass, TIMED_OUT, OK, true, 0, nullptr},
     {"fail-fence", Stage::Pass, TIMED_OUT, OK, true, ANDROID_LOG_WARN,
