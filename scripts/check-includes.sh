@@ -1,22 +1,56 @@
 #!/usr/bin/env bash
 # Fails when src/ or include/ include a header that does not exist on Android. Quoted includes
 # must name the project's own headers; angle includes must come from the platform allowlist.
+#
+# Usage: scripts/check-includes.sh [ROOT] [--platform]
+# With --platform it checks nothing and prints each distinct Android platform header that src/ and
+# include/ include (not the C/C++/POSIX ones), one per line, for scripts/check-android-bp.sh.
 set -euo pipefail
-root=${1:-$(cd "$(dirname "$0")/.." && pwd)}
+root=.
+list_platform=false
+for arg in "$@"; do
+    case "$arg" in
+        --platform) list_platform=true ;;
+        *) root=$arg ;;
+    esac
+done
+[ "$root" = . ] && root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
-# C and C++ standard library, POSIX/bionic, and the Android platform include paths.
-allow='^(<[a-z_0-9]+>|<(assert|ctype|dlfcn|errno|fcntl|inttypes|limits|math|poll|pthread|sched|signal|stdarg|stdbool|stddef|stdint|stdio|stdlib|string|strings|time|unistd)\.h>'
-allow+='|<sys/(mman|stat|types|time|syscall|resource|prctl|ioctl)\.h>'
-allow+='|<(EGL|GLES2|GLES3|KHR|ui|math|system|hardware|sync|cutils|utils|log|android|android-base|vndk|nativebase|aidl)/[A-Za-z0-9_./-]+\.h>'
-allow+='|<bufmeta\.h>)$'
+# C and C++ standard library, POSIX/bionic.
+system='^(<[a-z_0-9]+>|<(assert|ctype|dlfcn|errno|fcntl|inttypes|limits|math|poll|pthread|sched|signal|stdarg|stdbool|stddef|stdint|stdio|stdlib|string|strings|time|unistd)\.h>'
+system+='|<sys/(mman|stat|types|time|syscall|resource|prctl|ioctl)\.h>)$'
+# The Android platform include paths, and the vendor gralloc extension.
+platform='^(<(EGL|GLES2|GLES3|KHR|ui|math|system|hardware|sync|cutils|utils|log|android|android-base|vndk|nativebase|aidl)/[A-Za-z0-9_./-]+\.h>'
+platform+='|<bufmeta\.h>)$'
+
+# file:line:include for every include in src/ and include/.
+includes() {
+    grep -rnE '^[[:space:]]*#[[:space:]]*include' src include --include='*.h' --include='*.cpp' |
+        while IFS= read -r hit; do
+            file=${hit%%:*}
+            rest=${hit#*:}
+            line=${rest%%:*}
+            inc=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*//; s/[[:space:]]*(\/\/.*)?$//' \
+                <<<"${rest#*:}")
+            echo "$file:$line:$inc"
+        done
+}
+
+if $list_platform; then
+    includes | while IFS= read -r hit; do
+        inc=${hit#*:*:}
+        [[ "$inc" =~ $platform ]] && echo "$inc"
+    done | sort -u
+    exit 0
+fi
 
 status=0
 while IFS= read -r hit; do
     file=${hit%%:*}
     rest=${hit#*:}
     line=${rest%%:*}
-    inc=$(sed -E 's/^[[:space:]]*#[[:space:]]*include[[:space:]]*//; s/[[:space:]]*(\/\/.*)?$//' <<<"${rest#*:}")
+    inc=${rest#*:}
     case "$inc" in
         \"*\")
             name=${inc//\"/}
@@ -25,7 +59,7 @@ while IFS= read -r hit; do
             fi
             ;;
         \<*\>)
-            if [[ "$inc" =~ $allow ]]; then
+            if [[ "$inc" =~ $system ]] || [[ "$inc" =~ $platform ]]; then
                 continue
             fi
             if [ -f "include/${inc:1:${#inc}-2}" ]; then
@@ -35,7 +69,7 @@ while IFS= read -r hit; do
     esac
     echo "$file:$line: $inc is not an Android platform header" >&2
     status=1
-done < <(grep -rnE '^[[:space:]]*#[[:space:]]*include' src include --include='*.h' --include='*.cpp' || true)
+done < <(includes)
 
 [ $status -eq 0 ] && echo "include allowlist: src/ and include/ use platform headers only"
 exit $status

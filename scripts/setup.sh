@@ -9,6 +9,7 @@ build=${ZEL_BUILD_DIR:-$here/build}
 packages=(
     build-essential cmake ninja-build pkg-config python3 git
     android-libutils-dev android-libcutils-dev android-liblog-dev android-libbase-dev
+    android-platform-system-core-headers
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
     googletest libgtest-dev libbenchmark-dev
     ffmpeg

@@ -79,6 +79,9 @@ typedef struct ANativeWindowBuffer {
 
 typedef struct ANativeWindowBuffer ANativeWindowBuffer;
 
+// The older name of the same type.
+typedef ANativeWindowBuffer_t android_native_buffer_t;
+
 #ifdef __cplusplus
 }
 #endif

@@ -11,8 +11,6 @@
 #include <errno.h>
 #include <stdint.h>
 
-#include <optional>
-
 #include <android-base/unique_fd.h>
 #include <android/fdsan.h>
 #include <utils/Errors.h>
@@ -76,17 +74,6 @@ public:
                 return Status::Unsignaled;
             default:
                 return Status::Invalid;
-        }
-    }
-
-    inline std::optional<bool> hasSignaled() {
-        switch (wait(0)) {
-            case NO_ERROR:
-                return true;
-            case -ETIME:
-                return false;
-            default:
-                return {};
         }
     }
 

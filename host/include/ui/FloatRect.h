@@ -28,6 +28,7 @@ public:
     }
 
     constexpr bool isEmpty() const { return !(left < right && top < bottom); }
+    bool isValid() const { return getWidth() >= 0 && getHeight() >= 0; }
 
     float left = 0.0f;
     float top = 0.0f;
@@ -39,8 +40,6 @@ inline bool operator==(const FloatRect& a, const FloatRect& b) {
     return a.left == b.left && a.top == b.top && a.right == b.right && a.bottom == b.bottom;
 }
 
-inline bool operator!=(const FloatRect& a, const FloatRect& b) {
-    return !(a == b);
-}
+// No operator!=: Android's FloatRect has none.
 
 }  // namespace android

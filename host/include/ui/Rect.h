@@ -1,6 +1,7 @@
 /*
  * Host version of Android's <ui/Rect.h>: the same class and the members the platform offers, with
- * the same semantics (right and bottom are exclusive; INVALID_RECT is (0, 0, -1, -1)).
+ * the same semantics (right and bottom are exclusive; INVALID_RECT is (0, 0, -1, -1)). Members the
+ * platform class lacks are left out, so code that builds here builds against Android's header.
  */
 #pragma once
 
@@ -17,16 +18,19 @@ public:
     static const Rect INVALID_RECT;
     static const Rect EMPTY_RECT;
 
+    typedef ARect::value_type value_type;
+
     Rect() : Rect(INVALID_RECT) {}
-    Rect(int32_t w, int32_t h) : Rect(0, 0, w, h) {}
-    Rect(uint32_t w, uint32_t h) : Rect(0, 0, static_cast<int32_t>(w), static_cast<int32_t>(h)) {}
+    // Width and height of one type (both int32_t, or both uint32_t, ...), clamped to INT32_MAX:
+    // mixing types does not compile on Android either.
+    template <typename T>
+    Rect(T w, T h) : Rect(0, 0, clampedEdge(w), clampedEdge(h)) {}
     Rect(int32_t l, int32_t t, int32_t r, int32_t b) {
         left = l;
         top = t;
         right = r;
         bottom = b;
     }
-    Rect(const ARect& r) : Rect(r.left, r.top, r.right, r.bottom) {}
 
     void makeInvalid() { *this = INVALID_RECT; }
     void clear() { left = top = right = bottom = 0; }
@@ -42,11 +46,6 @@ public:
     Rect getBounds() const { return Rect(right - left, bottom - top); }
 
     void set(const Rect& r) { *this = r; }
-    void set(uint32_t w, uint32_t h) {
-        left = top = 0;
-        right = static_cast<int32_t>(w);
-        bottom = static_cast<int32_t>(h);
-    }
 
     bool operator==(const Rect& r) const {
         return left == r.left && top == r.top && right == r.right && bottom == r.bottom;
@@ -75,6 +74,12 @@ public:
         result->right = std::min(right, with.right);
         result->bottom = std::min(bottom, with.bottom);
         return !result->isEmpty();
+    }
+
+private:
+    template <typename T>
+    static int32_t clampedEdge(T v) {
+        return v > static_cast<T>(INT32_MAX) ? INT32_MAX : static_cast<int32_t>(v);
     }
 };
 
