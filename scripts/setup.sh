@@ -11,6 +11,7 @@ packages=(
     android-libutils-dev android-libcutils-dev android-liblog-dev android-libbase-dev
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
     googletest libgtest-dev libbenchmark-dev
+    clang-14 libfuzzer-14-dev
 )
 missing=()
 for p in "${packages[@]}"; do
