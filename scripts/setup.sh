@@ -12,7 +12,7 @@ packages=(
     android-platform-system-core-headers
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
     googletest libgtest-dev libbenchmark-dev
-    ffmpeg
+    ffmpeg clang-14 libfuzzer-14-dev
 )
 missing=()
 for p in "${packages[@]}"; do

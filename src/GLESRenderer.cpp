@@ -49,6 +49,16 @@ constexpr uint32_t kEnableProgramCache = 1u << 1;
 // Usage bits of CPU reads (0x3) and writes (0x30): such a source is never cached.
 constexpr uint32_t kCpuUsageMask = 0x33;
 
+// A viewport extent truncated to an integer and taken modulo 2^32, as the hardware conversion of
+// a small negative float does. Converting a negative float straight to an unsigned type is
+// undefined; a region or forced size larger than the destination makes such extents.
+uint32_t truncateExtent(float extent) {
+    if (!(extent > -2147483648.0f && extent < 4294967296.0f)) {
+        return 0;  // NaN or out of range: an empty viewport
+    }
+    return static_cast<uint32_t>(static_cast<int64_t>(extent));
+}
+
 EGLint contextPriorityLevel(Renderer::ContextPriority priority) {
     switch (priority) {
         case Renderer::LOW:
@@ -525,8 +535,8 @@ Status GLESRenderer::deleteTexture(const uint32_t* texName) {
 void GLESRenderer::setViewportAndProjection(android::FloatRect& viewport,
                                             android::FloatRect& clip) {
     ZEL_TRACE_NAME("setViewportAndProjection");
-    mVpWidth = static_cast<uint32_t>(viewport.right - viewport.left);
-    mVpHeight = static_cast<uint32_t>(viewport.bottom - viewport.top);
+    mVpWidth = truncateExtent(viewport.right - viewport.left);
+    mVpHeight = truncateExtent(viewport.bottom - viewport.top);
     ZEL_LOGD("mVpWidth = %u, mVpHeight = %u", mVpWidth, mVpHeight);
     glViewport(static_cast<GLint>(viewport.left), static_cast<GLint>(viewport.top),
                static_cast<GLsizei>(mVpWidth), static_cast<GLsizei>(mVpHeight));

@@ -7,6 +7,7 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +23,7 @@
 #include <gtest/gtest.h>
 
 #include <zel/host/Gpu.h>
+#include <zel/host/Sync.h>
 
 #include "EglContext.h"
 #include "GlDrawing.h"
@@ -103,6 +105,38 @@ TEST_F(GpuLayer, EglErrorComesFromTheLastCallWhetherLayerOrDriver) {
     std::thread([&] { otherThread = eglGetError(); }).join();
     EXPECT_EQ(otherThread, EGL_SUCCESS);
     EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
+}
+
+// A sync made of a client's native fence: its time-outs are nanoseconds, and a wait ends when the
+// fence signals. A time-out read in another unit waits far too long (and sees the signal) or
+// not at all.
+TEST_F(GpuLayer, ClientFenceSyncWaitsItsTimeOutInNanoseconds) {
+    const int fd = zel::host::createFenceFd(false);
+    ASSERT_GE(fd, 0);
+    const EGLint attribs[] = {EGL_SYNC_NATIVE_FENCE_FD_ANDROID, fd, EGL_NONE};
+    EGLSyncKHR sync = eglCreateSyncKHR(mDisplay, EGL_SYNC_NATIVE_FENCE_ANDROID, attribs);
+    ASSERT_NE(sync, EGL_NO_SYNC_KHR);
+    std::thread signaller([fd] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+        zel::host::signalFenceFd(fd);
+    });
+    using Clock = std::chrono::steady_clock;
+    const auto waitFor = [&](EGLTimeKHR timeout, double* seconds) {
+        const Clock::time_point start = Clock::now();
+        const EGLint result = eglClientWaitSyncKHR(mDisplay, sync, 0, timeout);
+        *seconds = std::chrono::duration<double>(Clock::now() - start).count();
+        return result;
+    };
+    double seconds = 0;
+    EXPECT_EQ(waitFor(0, &seconds), EGL_TIMEOUT_EXPIRED_KHR);
+    EXPECT_LT(seconds, 0.1);
+    EXPECT_EQ(waitFor(200'000'000, &seconds), EGL_TIMEOUT_EXPIRED_KHR);  // 200 ms
+    EXPECT_GE(seconds, 0.18);
+    EXPECT_LT(seconds, 1.0);
+    EXPECT_EQ(waitFor(EGL_FOREVER_KHR, &seconds), EGL_CONDITION_SATISFIED_KHR);
+    signaller.join();
+    EXPECT_EQ(waitFor(0, &seconds), EGL_CONDITION_SATISFIED_KHR);
+    EXPECT_TRUE(eglDestroySyncKHR(mDisplay, sync));
 }
 
 // Runs in a fresh process (a death test), where the driver has not been loaded yet.

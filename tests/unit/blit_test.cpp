@@ -102,6 +102,12 @@ TEST_P(Blit, PlainCopyAndForcedSize) {
             return true;
         },
         mPicture));
+    if (GetParam() == Renderer::kTypeGles) {
+        // The pass hands the context back with the default framebuffer bound.
+        GLint framebuffer = -1;
+        glGetIntegerv(GL_FRAMEBUFFER_BINDING, &framebuffer);
+        EXPECT_EQ(framebuffer, 0);
+    }
 
     // A forced size renders the whole picture into that corner of the destination; one forced
     // dimension alone is ignored.
@@ -339,13 +345,17 @@ public:
 TEST_P(Blit, FencesSignalOnlyWithThePixelsInMemory) {
     const std::vector<Buffer> inputs{source()};
     Buffer dst = destination();
+    const uint64_t openBefore = ::zel::host::gpuCounters().fenceFdsOpen;
     android::sp<android::Fence> fence;
     ASSERT_EQ(mRenderer->blit(inputs, dst, fence, APP_INSIDE_DEFAULT), OK);
     ASSERT_NE(fence, nullptr);
     ASSERT_TRUE(fence->isValid());
     EXPECT_EQ(fence->wait(1000), android::OK);
     EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
+    // Exactly the caller's descriptor is open, until the caller drops the fence.
+    EXPECT_EQ(::zel::host::gpuCounters().fenceFdsOpen, openBefore + 1);
     fence.clear();
+    EXPECT_EQ(::zel::host::gpuCounters().fenceFdsOpen, openBefore);
 
     // asyncBlit hands the fence to the destination and tells the listener, with the caller's
     // data. The inputs and output must outlive the call: the threaded proxy reads them later.

@@ -199,6 +199,10 @@ TEST(RendererThreaded, FailedInnerCreationFailsCallsInsteadOfCrashing) {
     EXPECT_EQ(proxy->genTexture(&name, 1, 1, 0, 0, nullptr), RENDER_FAILED);
     EXPECT_EQ(proxy->setConfig(Renderer::ENABLE, &name), RENDER_FAILED);
     EXPECT_EQ(RendererThreaded::create(RendererThreaded::Factory(), threadedArgs()), nullptr);
+    // Both failures are errors in the log, not warnings.
+    EXPECT_GE(logs.count(ANDROID_LOG_ERROR, "creation failed on the worker thread"), 1u)
+        << logs.dump();
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "no renderer factory"), 1u) << logs.dump();
 }
 
 TEST(RendererThreaded, SchedulingPolicyOfTheCallingThread) {
