@@ -11,6 +11,7 @@ packages=(
     android-libutils-dev android-libcutils-dev android-liblog-dev android-libbase-dev
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
     googletest libgtest-dev libbenchmark-dev
+    libcli11-dev libspng-dev libyuv-dev libfreetype-dev fonts-dejavu-core ffmpeg
 )
 missing=()
 for p in "${packages[@]}"; do

@@ -521,5 +521,22 @@ int maxDifference(const RgbImage& actual, const RgbImage& expected, bool compare
     return worst;
 }
 
+int maxDifference(const YuvImage& actual, const YuvImage& expected) {
+    if (actual.width != expected.width || actual.height != expected.height ||
+        actual.bitDepth != expected.bitDepth) {
+        return -1;
+    }
+    int worst = 0;
+    auto scan = [&worst](const std::vector<uint16_t>& a, const std::vector<uint16_t>& e) {
+        for (size_t i = 0; i < a.size(); ++i) {
+            worst = std::max(worst, std::abs(a[i] - e[i]));
+        }
+    };
+    scan(actual.y, expected.y);
+    scan(actual.cb, expected.cb);
+    scan(actual.cr, expected.cr);
+    return worst;
+}
+
 }  // namespace test
 }  // namespace zel

@@ -155,6 +155,8 @@ RgbImage noise(int width, int height, uint32_t seed);
 // The largest difference of R, G or B (and A when asked) over all pixels; -1 when the sizes
 // differ.
 int maxDifference(const RgbImage& actual, const RgbImage& expected, bool compareAlpha = false);
+// The largest difference of a code over all three planes; -1 when sizes or depths differ.
+int maxDifference(const YuvImage& actual, const YuvImage& expected);
 
 }  // namespace test
 }  // namespace zel
