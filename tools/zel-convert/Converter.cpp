@@ -82,10 +82,9 @@ Status Converter::submit(int slot) {
         case BlitMode::Fence:
             return mRenderer->blit(s.inputs, s.output, s.fence, kav::zel::APP_INSIDE_DEFAULT);
         case BlitMode::Async: {
-            s.asyncStatus = kav::zel::RENDER_FAILED;  // until the listener says otherwise
-            const Status status = mRenderer->asyncBlit(s.inputs, s.output, &s.asyncStatus,
-                                                       kav::zel::APP_INSIDE_DEFAULT);
-            return status != kav::zel::OK ? status : s.asyncStatus;
+            s.completion->reset();
+            return mRenderer->asyncBlit(s.inputs, s.output, s.completion.get(),
+                                        kav::zel::APP_INSIDE_DEFAULT);
         }
     }
     return kav::zel::BAD_VALUE;
@@ -99,6 +98,10 @@ Status Converter::finish(int slot) {
         fence = s.fence;
         s.fence.clear();
     } else if (mSetup.mode == BlitMode::Async) {
+        const Status status = s.completion->wait(std::chrono::milliseconds(kTimeoutMs));
+        if (status != kav::zel::OK) {
+            return status;
+        }
         fence = s.output.texture->getFence();
         s.output.texture->setFence(nullptr);
     }

@@ -64,7 +64,7 @@ private:
         std::vector<kav::zel::Buffer> inputs;
         kav::zel::Buffer output;
         android::sp<android::Fence> fence;
-        kav::zel::Status asyncStatus = kav::zel::OK;
+        std::unique_ptr<BlitCompletion> completion = std::make_unique<BlitCompletion>();
     };
 
     explicit Converter(const ConversionSetup& setup) : mSetup(setup) {}
