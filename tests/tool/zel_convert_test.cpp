@@ -50,7 +50,7 @@ protected:
         char dir[] = "/tmp/zel-convert-test-XXXXXX";
         ASSERT_NE(mkdtemp(dir), nullptr);
         mDir = dir;
-        mTool = std::string(std::getenv("ZEL_TEST_BINARY_DIR")) + "/bin/zel-convert";
+        mTool = ZEL_TEST_TOOL;
     }
     void TearDown() override { std::system(("rm -rf " + mDir).c_str()); }
 
