@@ -71,7 +71,7 @@ std::string FrameStats::report(double readSeconds) const {
     std::snprintf(text, sizeof(text),
                   "  read and parse         mean %8.3f ms (reading thread, overlapped)\n"
                   "  tool's own cost        %.3f ms per frame = %.1f%% of the blit's median %.3f "
-                  "ms (copies and write, median; read and parse, mean)\n"
+                  "ms (copies in and out, median; read and parse, mean; writing not counted)\n"
                   "  throughput             %.1f frames per second (%.3f s wall)\n",
                   readMs, own, blit.median > 0 ? 100.0 * own / blit.median : 0.0, blit.median,
                   mFrames.size() / wall, wall);
