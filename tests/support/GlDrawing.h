@@ -22,7 +22,7 @@
 #include <GLES2/gl2ext.h>
 #include <ui/GraphicBuffer.h>
 
-#include "ReferenceConverter.h"
+#include "PixelMatch.h"
 
 namespace zel {
 namespace test {

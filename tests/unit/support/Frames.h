@@ -16,7 +16,7 @@
 #include <zel/ExternalTexture.h>
 #include <zel/Renderer.h>
 
-#include "ReferenceConverter.h"
+#include "PixelMatch.h"
 
 namespace zel {
 namespace test {

@@ -1,7 +1,7 @@
 /*
- * The reference for every pixel test: YUV <-> RGB in double precision, written from the formulas
- * of the host platform's design (never from the code under test), with readers and writers for
- * the memory of every host buffer format and generators of test images.
+ * The reference for every pixel test and for zel-convert's demo: YUV <-> RGB in double precision,
+ * written from the formulas of the host platform's design (never from the code under test), with
+ * readers and writers for the memory of every host buffer format and generators of test images.
  *
  * Colour model. Samples are normalised: a code divided by the largest code of its bit depth
  * (8 bit: /255, 10 bit: /1023). With (Kr, Kb) = (0.299, 0.114) for BT.601, (0.2126, 0.0722) for
@@ -27,10 +27,10 @@
 #pragma once
 
 #include <cstdint>
+#include <ostream>
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
 #include <ui/GraphicBuffer.h>
 
 namespace zel {
@@ -158,11 +158,11 @@ RgbImage colourBars(int width, int height);  // the eight 100% bars, left to rig
 RgbImage gradient(int width, int height);    // red along x, green along y, blue along both
 RgbImage noise(int width, int height, uint32_t seed);
 
-// Comparisons: fail with the count and the first few differences.
-testing::AssertionResult imagesMatch(const RgbImage& actual, const RgbImage& expected,
-                                     int tolerance, bool compareAlpha = false);
-testing::AssertionResult planesMatch(const YuvImage& actual, const YuvImage& expected,
-                                     int lumaTolerance, int chromaTolerance);
+// The largest difference of R, G or B (and A when asked) over all pixels; -1 when the sizes
+// differ.
+int maxDifference(const RgbImage& actual, const RgbImage& expected, bool compareAlpha = false);
+// The largest difference of a code over all three planes; -1 when sizes or depths differ.
+int maxDifference(const YuvImage& actual, const YuvImage& expected);
 
 }  // namespace test
 }  // namespace zel
