@@ -12,6 +12,7 @@ DrawScope::DrawScope(ContextState* context, unsigned uses) {
     if (context == nullptr) {
         return;
     }
+    context->waitForServerWaits();
     ShareGroup& group = context->shareGroup();
     mLock = std::unique_lock<std::mutex>(group.mutex());
     if (!group.hasImageTextures()) {

@@ -98,6 +98,7 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
     }
     attributes.failMakeCurrent = profile.failMakeCurrent;
     attributes.chromaTopLeft = profile.chromaTopLeftSample;
+    attributes.fenceDelay = std::chrono::milliseconds(profile.fenceDelayMs);
 
     std::shared_ptr<ContextState> shared;
     if (share_context != EGL_NO_CONTEXT) {
@@ -152,7 +153,7 @@ EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay dpy, EGLSurface draw, EGLSurfac
     }
     ContextState* current = CurrentContext::get();
     if (current != nullptr && current != next.get()) {
-        current->writeBackAll();
+        current->flush();  // making another context current flushes this one
     }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglMakeCurrent(dpy, draw, read, ctx);
@@ -164,7 +165,7 @@ EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay dpy, EGLSurface draw, EGLSurfac
 
 EGLBoolean EGLAPIENTRY eglReleaseThread(void) {
     if (ContextState* current = CurrentContext::get()) {
-        current->writeBackAll();
+        current->flush();
     }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglReleaseThread();

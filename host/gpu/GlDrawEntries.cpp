@@ -149,16 +149,18 @@ GL_APICALL void GL_APIENTRY glCopyTexSubImage2D(GLenum target, GLint level, GLin
 
 GL_APICALL void GL_APIENTRY glFlush(void) {
     if (ContextState* context = CurrentContext::get()) {
-        context->writeBackAll();
+        context->flush();
+    } else {
+        mesa().glFlush();
     }
-    mesa().glFlush();
 }
 
 GL_APICALL void GL_APIENTRY glFinish(void) {
     if (ContextState* context = CurrentContext::get()) {
-        context->writeBackAll();
+        context->finish();
+    } else {
+        mesa().glFinish();
     }
-    mesa().glFinish();
 }
 
 }  // extern "C"

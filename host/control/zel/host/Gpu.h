@@ -129,6 +129,14 @@ std::string gpuUnavailableReason();
  *   fail-fence-dup         eglDupNativeFenceFDANDROID fails (EGL_BAD_PARAMETER)
  *   chroma-top-left        rendering into 4:2:0 buffers keeps the top-left sample of each 2x2
  *                          block as its chroma instead of the average
+ *   fence-delay=MS         native fences of flushed work signal MS milliseconds after the flush
+ *                          (a GPU still busy), so that every client fence path meets a fence that
+ *                          is not signalled yet
+ *
+ * In every profile a native fence made for GPU work is unsignalled when made, has a descriptor
+ * only after a flush, and is signalled by a thread of the layer once the work is in buffer memory
+ * (never before the call that made it returns to a caller who could see it signalled early);
+ * eglWaitSyncKHR does not block the calling thread.
  */
 struct DriverProfile {
     std::vector<std::string> removedEglExtensions;
@@ -144,6 +152,7 @@ struct DriverProfile {
     bool failFenceCreation = false;
     bool failFenceDup = false;
     bool chromaTopLeftSample = false;
+    unsigned fenceDelayMs = 0;
 };
 
 // Parses ZEL_HOST_DRIVER syntax into a profile (starting from the default one). False, with the
@@ -161,6 +170,9 @@ DriverProfile driverProfile();
 
 // Back to the profile of ZEL_HOST_DRIVER (the full driver when it is not set).
 void resetDriverProfile();
+
+// Blocks until every native fence of work flushed so far has been signalled (the GPU is idle).
+void waitGpuIdle();
 
 }  // namespace host
 }  // namespace zel
