@@ -29,6 +29,7 @@ struct ContextAttributes {
     bool failMakeCurrent = false;
     bool chromaTopLeft = false;  // write-backs into 4:2:0 buffers keep the top-left chroma sample
     std::chrono::nanoseconds fenceDelay{0};  // how long the GPU takes to complete flushed work
+    bool conformant = false;  // the Khronos texts' rules rather than the phone-driver superset
 };
 
 class ContextState {

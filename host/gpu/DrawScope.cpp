@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "GlErrorQueue.h"
 #include "MesaDriver.h"
 #include "ProgramRecord.h"
 
@@ -115,6 +116,12 @@ void DrawScope::bindExternalSamplers() {
             ImageTexture* texture = mContext->shareGroup().find(static_cast<GLuint>(clientTexture));
             if (texture == nullptr) {
                 continue;
+            }
+            if (mContext->attributes().conformant && !texture->isYuv() &&
+                sampler.declaration.type == ExternalSampler::Type::Y2y) {
+                // GL_EXT_YUV_target: a YUV sampler samples YUV images only.
+                GlErrorQueue::push(GL_INVALID_OPERATION);
+                mRefused = true;
             }
             const bool yuv = texture->isYuv() && !sampler.declaration.array;
             if (yuv) {

@@ -38,6 +38,10 @@ public:
     DrawScope(const DrawScope&) = delete;
     DrawScope& operator=(const DrawScope&) = delete;
 
+    // The call breaks a rule of the Khronos texts that the context follows (GL_INVALID_OPERATION
+    // is queued): the caller does not run it.
+    bool refused() const { return mRefused; }
+
 private:
     void bindExternalSamplers();
     void prepareAttachments(GLenum binding, bool rendered);
@@ -48,6 +52,7 @@ private:
     void bind(GLenum unit, GLuint texture);
 
     ContextState* mContext = nullptr;
+    bool mRefused = false;
     std::unique_lock<std::mutex> mLock;
     GLint mActiveTexture = 0;
     GLuint mProgram = 0;          // the client's program, when a variant replaced it

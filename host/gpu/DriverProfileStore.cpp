@@ -32,6 +32,7 @@ bool apply(const std::string& name, host::DriverProfile* profile) {
         {"fail-fence", &host::DriverProfile::failFenceCreation},
         {"fail-fence-dup", &host::DriverProfile::failFenceDup},
         {"chroma-top-left", &host::DriverProfile::chromaTopLeftSample},
+        {"conformant", &host::DriverProfile::conformant},
     };
     for (const auto& [flagName, member] : kFlags) {
         if (name == flagName) {

@@ -30,40 +30,61 @@ extern "C" {
 
 GL_APICALL void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawArrays(mode, first, count);
 }
 
 GL_APICALL void GL_APIENTRY glDrawArraysInstanced(GLenum mode, GLint first, GLsizei count,
                                                   GLsizei instancecount) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawArraysInstanced(mode, first, count, instancecount);
 }
 
 GL_APICALL void GL_APIENTRY glDrawArraysIndirect(GLenum mode, const void* indirect) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawArraysIndirect(mode, indirect);
 }
 
 GL_APICALL void GL_APIENTRY glDrawElements(GLenum mode, GLsizei count, GLenum type,
                                            const void* indices) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawElements(mode, count, type, indices);
 }
 
 GL_APICALL void GL_APIENTRY glDrawElementsInstanced(GLenum mode, GLsizei count, GLenum type,
                                                     const void* indices, GLsizei instancecount) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawElementsInstanced(mode, count, type, indices, instancecount);
 }
 
 GL_APICALL void GL_APIENTRY glDrawElementsIndirect(GLenum mode, GLenum type, const void* indirect) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawElementsIndirect(mode, type, indirect);
 }
 
 GL_APICALL void GL_APIENTRY glDrawElementsBaseVertex(GLenum mode, GLsizei count, GLenum type,
                                                      const void* indices, GLint basevertex) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawElementsBaseVertex(mode, count, type, indices, basevertex);
 }
 
@@ -72,12 +93,18 @@ GL_APICALL void GL_APIENTRY glDrawElementsInstancedBaseVertex(GLenum mode, GLsiz
                                                               GLsizei instancecount,
                                                               GLint basevertex) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawElementsInstancedBaseVertex(mode, count, type, indices, instancecount, basevertex);
 }
 
 GL_APICALL void GL_APIENTRY glDrawRangeElements(GLenum mode, GLuint start, GLuint end,
                                                 GLsizei count, GLenum type, const void* indices) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawRangeElements(mode, start, end, count, type, indices);
 }
 
@@ -85,6 +112,9 @@ GL_APICALL void GL_APIENTRY glDrawRangeElementsBaseVertex(GLenum mode, GLuint st
                                                           GLsizei count, GLenum type,
                                                           const void* indices, GLint basevertex) {
     DrawScope scope = drawScope();
+    if (scope.refused()) {
+        return;
+    }
     mesa().glDrawRangeElementsBaseVertex(mode, start, end, count, type, indices, basevertex);
 }
 

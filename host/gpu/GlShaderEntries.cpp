@@ -165,7 +165,8 @@ GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
             source.append(string[i]);
         }
     }
-    RewrittenShader rewritten = ShaderRewriter::rewrite(source);
+    RewrittenShader rewritten =
+        ShaderRewriter::rewrite(source, {}, context->attributes().conformant);
     const GLchar* text = rewritten.changed ? rewritten.source.c_str() : source.c_str();
     mesa().glShaderSource(shader, 1, &text, nullptr);
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());

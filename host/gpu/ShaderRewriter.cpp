@@ -71,7 +71,7 @@ struct Directives {
 
 // Blanks the layer's #extension lines and injects the YUV_target built-ins after the last
 // #extension line.
-Directives rewriteDirectives(std::string* text) {
+Directives rewriteDirectives(std::string* text, bool textsOnly) {
     Directives result;
     std::vector<std::string> lines;
     size_t start = 0;
@@ -113,11 +113,11 @@ Directives rewriteDirectives(std::string* text) {
     if (result.yuvTarget) {
         const size_t at = static_cast<size_t>(lastExtension);
         if (lastBlanked) {
-            lines[at] = YuvShaderCode::builtIns();
+            lines[at] = YuvShaderCode::builtIns(textsOnly);
         } else {
             // After a line the driver keeps: the next line gets its own number back.
             lines.insert(lines.begin() + static_cast<long>(at) + 1,
-                         {YuvShaderCode::builtIns(), "#line " + std::to_string(at + 2)});
+                         {YuvShaderCode::builtIns(textsOnly), "#line " + std::to_string(at + 2)});
         }
     }
     std::string joined;
@@ -250,7 +250,8 @@ bool dropYuvQualifier(const std::string& text, size_t at, size_t* end, std::stri
 }  // namespace
 
 RewrittenShader ShaderRewriter::rewrite(const std::string& source,
-                                        const std::map<std::string, YuvSampling>& yuvSamplers) {
+                                        const std::map<std::string, YuvSampling>& yuvSamplers,
+                                        bool textsOnly) {
     RewrittenShader result;
     if (source.find("samplerExternal") == std::string::npos &&
         source.find("GL_OES_EGL_image_external") == std::string::npos &&
@@ -258,7 +259,7 @@ RewrittenShader ShaderRewriter::rewrite(const std::string& source,
         return result;
     }
     std::string text = source;
-    const Directives directives = rewriteDirectives(&text);
+    const Directives directives = rewriteDirectives(&text, textsOnly);
     result.changed = directives.changed;
 
     // Copies the text outside comments and preprocessor lines token by token, rewriting types,

@@ -58,8 +58,11 @@ class ShaderRewriter {
 public:
     // `yuvSamplers`: the external samplers (by name) that sample YUV images; the others sample
     // packed images.
+    // `textsOnly`: the YUV_target built-ins offer only the colour standards of the extension's
+    // text.
     static RewrittenShader rewrite(const std::string& source,
-                                   const std::map<std::string, YuvSampling>& yuvSamplers = {});
+                                   const std::map<std::string, YuvSampling>& yuvSamplers = {},
+                                   bool textsOnly = false);
 };
 
 }  // namespace hostgpu

@@ -98,7 +98,12 @@ std::string gpuUnavailableReason();
 
 /*
  * Driver profiles: what the emulated Android driver offers, so that tests can play the drivers of
- * different phones. The default profile is the full driver.
+ * different phones. The default profile is the phone-driver superset: what the drivers the
+ * library is written for accept, which is more than the Khronos texts of their extensions allow
+ * (the colour standards itu_709_full_range, itu_2020 and itu_2020_full_range in GL_EXT_YUV_target,
+ * __samplerExternal2DY2YEXT sampling RGBA images, RGBA images as external render targets, context
+ * priority and protected-content attributes whether or not their extensions are advertised). The
+ * switch conformant follows the texts instead.
  *
  * A profile applies to what is created after it is set: a display takes the profile in force when
  * eglInitialize brings it up (its extension string, config list and the image and fence
@@ -129,6 +134,14 @@ std::string gpuUnavailableReason();
  *   fail-fence-dup         eglDupNativeFenceFDANDROID fails (EGL_BAD_PARAMETER)
  *   chroma-top-left        rendering into 4:2:0 buffers keeps the top-left sample of each 2x2
  *                          block as its chroma instead of the average
+ *   conformant             follow the Khronos texts: GL_EXT_YUV_target offers only itu_601,
+ *                          itu_601_full_range and itu_709; a draw that samples an RGBA image
+ *                          through __samplerExternal2DY2YEXT fails with GL_INVALID_OPERATION;
+ *                          EGL_CONTEXT_PRIORITY_LEVEL_IMG needs EGL_IMG_context_priority (and
+ *                          REALTIME EGL_NV_context_priority_realtime), EGL_PROTECTED_CONTENT_EXT
+ *                          needs EGL_EXT_protected_content, on a pbuffer also
+ *                          EGL_EXT_protected_surface (else EGL_BAD_ATTRIBUTE); a protected image
+ *                          of a buffer that is not protected fails with EGL_BAD_ACCESS
  *   fence-delay=MS         native fences of flushed work signal MS milliseconds after the flush
  *                          (a GPU still busy), so that every client fence path meets a fence that
  *                          is not signalled yet
@@ -153,6 +166,7 @@ struct DriverProfile {
     bool failFenceDup = false;
     bool chromaTopLeftSample = false;
     unsigned fenceDelayMs = 0;
+    bool conformant = false;
 };
 
 // Parses ZEL_HOST_DRIVER syntax into a profile (starting from the default one). False, with the
