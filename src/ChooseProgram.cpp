@@ -245,7 +245,7 @@ void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key, bool 
     out << "}";
 }
 
-bool ChooseProgram::driverTakesExtraStandards() {
+bool ChooseProgram::driverTakesPhoneSuperset() {
     if (mExtraStandards < 0) {
         static const char* const kProbe =
             "#version 310 es\n"
@@ -262,7 +262,9 @@ bool ChooseProgram::driverTakesExtraStandards() {
         ZEL_CHECK_GL();
         mExtraStandards = status == GL_TRUE ? 1 : 0;
         if (mExtraStandards == 0) {
-            ZEL_LOGI("the driver keeps to the text of GL_EXT_YUV_target: portable RGBA to YUV");
+            ZEL_LOGI(
+                "the driver keeps to the text of GL_EXT_YUV_target: portable RGBA sources "
+                "and RGBA render targets");
         }
     }
     return mExtraStandards == 1;
@@ -273,7 +275,7 @@ std::shared_ptr<gl::Program> ChooseProgram::getProgram(Description& desc) {
     ZEL_LOGD("desc.fmtType = %d, appId = %d", desc.mFmtType, desc.mAppId);
 
     const Key key = computeKey(desc);
-    const bool portable = key.isRgbToYuv() && !driverTakesExtraStandards();
+    const bool portable = key.isRgbToYuv() && !driverTakesPhoneSuperset();
     Formatter vsFormatter;
     Formatter fsFormatter;
     generateVertexShader(vsFormatter, key);

@@ -9,6 +9,7 @@
  * __samplerExternal2DY2YEXT. On a driver that keeps to the text (found out once, by compiling a
  * shader that names itu_2020), RGBA-to-YUV programs take a portable form instead: the source is a
  * plain samplerExternalOES, and the standards the text lacks are written as explicit matrices.
+ * (The renderer asks the same question before it attaches an RGBA destination.)
  */
 #pragma once
 
@@ -90,10 +91,11 @@ public:
     // Runs on the renderer's GL thread with its context current.
     std::shared_ptr<gl::Program> getProgram(Description& desc);
 
-private:
-    // Whether the driver takes the colour standards beyond the text; asked once, on the GL thread.
-    bool driverTakesExtraStandards();
+    // Whether the driver accepts the phone-driver superset of GL_EXT_YUV_target (told by the
+    // colour standards beyond the text); asked once, on the GL thread with the context current.
+    bool driverTakesPhoneSuperset();
 
+private:
     // -1 until asked, then 0 or 1.
     int mExtraStandards = -1;
     std::mutex mCacheMutex;

@@ -667,7 +667,13 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
     }
 
     gl::Framebuffer framebuffer;
-    framebuffer.bindTextureImageAsFramebuffer(dstImage);
+    const bool plainTarget = dstTexture.getPixelFormat() == HAL_PIXEL_FORMAT_RGBA_8888 &&
+                             !mChooseProgram->driverTakesPhoneSuperset();
+    framebuffer.bindTextureImageAsFramebuffer(dstImage, plainTarget);
+    // Drawing into an incomplete framebuffer would report success with nothing written.
+    if (framebuffer.getStatus() != GL_FRAMEBUFFER_COMPLETE) {
+        return RENDER_FAILED;
+    }
 
     std::shared_ptr<Mesh> mesh = selectMesh(settings);
 

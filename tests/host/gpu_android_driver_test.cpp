@@ -16,6 +16,7 @@
 #include <zel/host/Sync.h>
 
 #include "EglContext.h"
+#include "GlDrawing.h"
 
 namespace {
 
@@ -125,6 +126,89 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         glFinish();
         EXPECT_EQ(status(sync), EGL_SIGNALED_KHR);
         eglDestroySyncKHR(display, sync);
+    }
+    zel::host::resetDriverProfile();
+}
+
+// What the phone-driver superset takes and the Khronos texts refuse, on both profiles.
+TEST(AndroidDriverProfile, ConformantKeepsToTheKhronosTexts) {
+    if (!zel::host::gpuAvailable()) {
+        GTEST_SKIP() << zel::host::gpuUnavailableReason();
+    }
+    using namespace zel::test;
+    for (const bool conformant : {false, true}) {
+        SCOPED_TRACE(conformant ? "conformant" : "phone-driver superset");
+        ASSERT_TRUE(zel::host::setDriverProfile(conformant ? "conformant" : ""));
+        EglContext context;
+        ASSERT_TRUE(context.ok()) << context.failure();
+        const EGLDisplay display = context.display();
+        const GLenum refused = conformant ? GL_INVALID_OPERATION : GL_NO_ERROR;
+
+        // GL_EXT_YUV_target names three colour standards.
+        Program beyond(libraryVertexShader(),
+                       libraryFragmentShader(ShaderShape::RgbToYuv, "itu_2020"));
+        EXPECT_EQ(beyond.error().empty(), !conformant);
+        Program named(libraryVertexShader(),
+                      libraryFragmentShader(ShaderShape::RgbToYuv, "itu_709"));
+        EXPECT_TRUE(named.error().empty()) << named.error();
+
+        // External textures are render targets for YUV images only.
+        android::sp<android::GraphicBuffer> rgba = makeTestBuffer(8, 8, 0x1);
+        android::sp<android::GraphicBuffer> yuv = makeTestBuffer(8, 8, 0x23);
+        ExternalImage rgbaImage(display, *rgba);
+        ExternalImage yuvImage(display, *yuv);
+        ASSERT_TRUE(rgbaImage.ok() && yuvImage.ok());
+        GLuint framebuffer = 0;
+        glGenFramebuffers(1, &framebuffer);
+        glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+        while (glGetError() != GL_NO_ERROR) {
+        }
+        glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_EXTERNAL_OES,
+                               rgbaImage.texture(), 0);
+        EXPECT_EQ(glGetError(), refused);
+        glBindFramebuffer(GL_FRAMEBUFFER, 0);
+        glDeleteFramebuffers(1, &framebuffer);
+
+        // A YUV sampler samples YUV images only: the draw is refused and writes nothing.
+        {
+            ImageFramebuffer target(yuvImage, 8, 8);
+            Program raw(libraryVertexShader(), libraryFragmentShader(ShaderShape::YuvToYuv));
+            ASSERT_TRUE(raw.error().empty()) << raw.error();
+            rgbaImage.bind(GL_TEXTURE0);
+            raw.use();
+            Quad quad;
+            while (glGetError() != GL_NO_ERROR) {
+            }
+            quad.draw();
+            EXPECT_EQ(glGetError(), refused);
+        }
+
+        // Attributes need their extensions advertised.
+        const EGLint configAttributes[] = {EGL_RENDERABLE_TYPE, EGL_OPENGL_ES3_BIT,
+                                           EGL_SURFACE_TYPE, EGL_PBUFFER_BIT, EGL_NONE};
+        EGLConfig config = nullptr;
+        EGLint count = 0;
+        ASSERT_TRUE(eglChooseConfig(display, configAttributes, &config, 1, &count) && count == 1);
+        const EGLint realtime[] = {EGL_CONTEXT_CLIENT_VERSION, 3, EGL_CONTEXT_PRIORITY_LEVEL_IMG,
+                                   EGL_CONTEXT_PRIORITY_REALTIME_NV, EGL_NONE};
+        const EGLContext realtimeContext =
+            eglCreateContext(display, config, EGL_NO_CONTEXT, realtime);
+        EXPECT_EQ(realtimeContext == EGL_NO_CONTEXT, conformant);
+        EXPECT_EQ(eglGetError(), conformant ? EGL_BAD_ATTRIBUTE : EGL_SUCCESS);
+        eglDestroyContext(display, realtimeContext);
+        const EGLint protectedPbuffer[] = {
+            EGL_WIDTH, 1, EGL_HEIGHT, 1, EGL_PROTECTED_CONTENT_EXT, EGL_TRUE, EGL_NONE};
+        const EGLSurface surface = eglCreatePbufferSurface(display, config, protectedPbuffer);
+        EXPECT_EQ(surface == EGL_NO_SURFACE, conformant);
+        EXPECT_EQ(eglGetError(), conformant ? EGL_BAD_ATTRIBUTE : EGL_SUCCESS);
+        eglDestroySurface(display, surface);
+        const EGLint protectedImage[] = {EGL_PROTECTED_CONTENT_EXT, EGL_TRUE, EGL_NONE};
+        const EGLImageKHR image = eglCreateImageKHR(
+            display, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
+            static_cast<EGLClientBuffer>(rgba->getNativeBuffer()), protectedImage);
+        EXPECT_EQ(image == EGL_NO_IMAGE_KHR, conformant);
+        EXPECT_EQ(eglGetError(), conformant ? EGL_BAD_ACCESS : EGL_SUCCESS);
+        eglDestroyImageKHR(display, image);
     }
     zel::host::resetDriverProfile();
 }

@@ -410,6 +410,30 @@ TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFailsAndTheDriversCodeIsReporte
     ::zel::host::resetDriverProfile();
 }
 
+TEST(BlitWithoutImages, ReportsRenderFailedAndWritesNothing) {
+    if (!::zel::host::gpuAvailable()) {
+        GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
+    }
+    // A source made per pass (CPU usage) reaches the draw even when no image can be made: the
+    // destination cannot be a render target, so the pass fails instead of drawing nowhere.
+    ASSERT_TRUE(::zel::host::setDriverProfile("fail-image"));
+    {
+        Renderer::Args args;
+        args.rendererType = Renderer::kTypeGles;
+        std::shared_ptr<Renderer> renderer = Renderer::create(args);
+        ASSERT_NE(renderer, nullptr);
+        auto src = allocateBuffer(kSize, kSize, 0x1, kCpuUsage);
+        writeRgba(*src, gradient(kSize, kSize));
+        auto dst = allocateBuffer(kSize, kSize, 0x1);
+        poisonBuffer(*dst);
+        const Rgb8 poison = readRgba(*dst).at(5, 5);
+        Buffer output = bufferOf(dst);
+        EXPECT_EQ(renderer->blit({bufferOf(src)}, output, 1000, APP_INSIDE_DEFAULT), RENDER_FAILED);
+        EXPECT_EQ(readRgba(*dst).at(5, 5).g, poison.g);
+    }
+    ::zel::host::resetDriverProfile();
+}
+
 TEST_P(Blit, NothingOutlivesTheRenderer) {
     mRenderer.reset();
     makeRenderer().reset();  // the driver keeps process-wide state after its first context
