@@ -30,6 +30,7 @@ public:
         Samples = 1,  // the call runs the current program
         Renders = 2,  // the call writes the draw framebuffer
         Reads = 4,    // the call reads the read framebuffer
+        Copies = 8,   // what it reads goes into a texture or framebuffer
     };
 
     // `context` null (no context of the layer current): does nothing.
@@ -44,6 +45,9 @@ public:
 
 private:
     void bindExternalSamplers();
+    // On a context that follows the Khronos texts: whether the call breaks a rule of
+    // GL_EXT_YUV_target about YUV render targets and reads.
+    bool breaksYuvTargetRules(ContextState& context, unsigned uses) const;
     void prepareAttachments(GLenum binding, bool rendered);
     // Writes back other textures of the buffer of `texture` with pending rendering, so that
     // memory holds it before `texture` is refreshed.

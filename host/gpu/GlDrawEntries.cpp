@@ -120,34 +120,53 @@ GL_APICALL void GL_APIENTRY glDrawRangeElementsBaseVertex(GLenum mode, GLuint st
 
 GL_APICALL void GL_APIENTRY glClear(GLbitfield mask) {
     DrawScope scope(CurrentContext::get(), DrawScope::Renders);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glClear(mask);
 }
 
 GL_APICALL void GL_APIENTRY glClearBufferiv(GLenum buffer, GLint drawbuffer, const GLint* value) {
     DrawScope scope(CurrentContext::get(), DrawScope::Renders);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glClearBufferiv(buffer, drawbuffer, value);
 }
 
 GL_APICALL void GL_APIENTRY glClearBufferuiv(GLenum buffer, GLint drawbuffer, const GLuint* value) {
     DrawScope scope(CurrentContext::get(), DrawScope::Renders);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glClearBufferuiv(buffer, drawbuffer, value);
 }
 
 GL_APICALL void GL_APIENTRY glClearBufferfv(GLenum buffer, GLint drawbuffer, const GLfloat* value) {
     DrawScope scope(CurrentContext::get(), DrawScope::Renders);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glClearBufferfv(buffer, drawbuffer, value);
 }
 
 GL_APICALL void GL_APIENTRY glClearBufferfi(GLenum buffer, GLint drawbuffer, GLfloat depth,
                                             GLint stencil) {
     DrawScope scope(CurrentContext::get(), DrawScope::Renders);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glClearBufferfi(buffer, drawbuffer, depth, stencil);
 }
 
 GL_APICALL void GL_APIENTRY glBlitFramebuffer(GLint srcX0, GLint srcY0, GLint srcX1, GLint srcY1,
                                               GLint dstX0, GLint dstY0, GLint dstX1, GLint dstY1,
                                               GLbitfield mask, GLenum filter) {
-    DrawScope scope(CurrentContext::get(), DrawScope::Reads | DrawScope::Renders);
+    DrawScope scope(CurrentContext::get(),
+                    DrawScope::Reads | DrawScope::Renders | DrawScope::Copies);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glBlitFramebuffer(srcX0, srcY0, srcX1, srcY1, dstX0, dstY0, dstX1, dstY1, mask, filter);
 }
 
@@ -166,14 +185,20 @@ GL_APICALL void GL_APIENTRY glReadnPixels(GLint x, GLint y, GLsizei width, GLsiz
 GL_APICALL void GL_APIENTRY glCopyTexImage2D(GLenum target, GLint level, GLenum internalformat,
                                              GLint x, GLint y, GLsizei width, GLsizei height,
                                              GLint border) {
-    DrawScope scope(CurrentContext::get(), DrawScope::Reads);
+    DrawScope scope(CurrentContext::get(), DrawScope::Reads | DrawScope::Copies);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glCopyTexImage2D(target, level, internalformat, x, y, width, height, border);
 }
 
 GL_APICALL void GL_APIENTRY glCopyTexSubImage2D(GLenum target, GLint level, GLint xoffset,
                                                 GLint yoffset, GLint x, GLint y, GLsizei width,
                                                 GLsizei height) {
-    DrawScope scope(CurrentContext::get(), DrawScope::Reads);
+    DrawScope scope(CurrentContext::get(), DrawScope::Reads | DrawScope::Copies);
+    if (scope.refused()) {
+        return;
+    }
     mesa().glCopyTexSubImage2D(target, level, xoffset, yoffset, x, y, width, height);
 }
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <regex>
 
 namespace zel {
 namespace hostgpu {
@@ -65,7 +66,8 @@ bool isLayerExtension(const std::string& name) {
 
 struct Directives {
     bool essl3 = false;
-    bool yuvTarget = false;  // GL_EXT_YUV_target is enabled
+    bool yuvTarget = false;      // GL_EXT_YUV_target is enabled
+    bool externalImage = false;  // GL_OES_EGL_image_external(_essl3) is enabled
     bool changed = false;
 };
 
@@ -102,6 +104,7 @@ Directives rewriteDirectives(std::string* text, bool textsOnly) {
             lastBlanked = isLayerExtension(extension);
             if (lastBlanked) {
                 result.yuvTarget |= extension == kYuvTarget && behaviour != "disable";
+                result.externalImage |= extension != kYuvTarget && behaviour != "disable";
                 lines[i].clear();
                 result.changed = true;
             }
@@ -247,6 +250,50 @@ bool dropYuvQualifier(const std::string& text, size_t at, size_t* end, std::stri
     return true;
 }
 
+// The text outside comments, with each comment replaced by a blank.
+std::string withoutComments(const std::string& text) {
+    std::string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        if (text[i] == '/' && i + 1 < text.size() && (text[i + 1] == '/' || text[i + 1] == '*')) {
+            const bool line = text[i + 1] == '/';
+            const size_t end = line ? text.find('\n', i) : text.find("*/", i + 2);
+            i = end == std::string::npos ? text.size() : end + (line ? 0 : 2);
+            out += ' ';
+            continue;
+        }
+        out += text[i++];
+    }
+    return out;
+}
+
+// What the Khronos texts of OES_EGL_image_external_essl3 and EXT_YUV_target refuse in `source`
+// and the phone drivers let pass; empty when nothing.
+std::string conformanceViolation(const std::string& source, const Directives& directives,
+                                 const std::vector<ExternalSampler>& samplers) {
+    const std::string text = withoutComments(source);
+    if (text.find(kExternalSampler) != std::string::npos && !directives.externalImage) {
+        return "samplerExternalOES without its #extension";
+    }
+    for (const ExternalSampler& sampler : samplers) {
+        const std::regex lod("\\btextureLod\\s*\\(\\s*" + sampler.name + "\\b");
+        if (std::regex_search(text, lod)) {
+            return "textureLod of the external sampler " + sampler.name;
+        }
+    }
+    static const std::regex yuvWithOthers(
+        "layout\\s*\\([^)]*(\\byuv\\b[^)]*,|,[^)]*\\byuv\\b)[^)]*\\)");
+    if (std::regex_search(text, yuvWithOthers)) {
+        return "the yuv layout qualifier with another one";
+    }
+    static const std::regex integerStandard(
+        "\\b(rgb_2_yuv|yuv_2_rgb)\\s*\\([^;]*,\\s*[0-9]+[uU]?\\s*\\)");
+    if (std::regex_search(text, integerStandard)) {
+        return "an integer where a yuvCscStandardEXT is expected";
+    }
+    return "";
+}
+
 }  // namespace
 
 RewrittenShader ShaderRewriter::rewrite(const std::string& source,
@@ -368,6 +415,15 @@ RewrittenShader ShaderRewriter::rewrite(const std::string& source,
             const YuvSampling& sampling = it->second;
             out += YuvShaderCode::samplingCode(sampler.name, sampling.layout, sampling.output,
                                                sampling.conversion, directives.essl3);
+            result.changed = true;
+        }
+    }
+    if (textsOnly) {
+        const std::string violation =
+            conformanceViolation(source, directives, result.externalSamplers);
+        if (!violation.empty()) {
+            // The driver reports it as a compile error on the last line.
+            out += "\n#error " + violation + "\n";
             result.changed = true;
         }
     }

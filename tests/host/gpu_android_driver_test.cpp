@@ -152,6 +152,24 @@ TEST(AndroidDriverProfile, ConformantKeepsToTheKhronosTexts) {
                       libraryFragmentShader(ShaderShape::RgbToYuv, "itu_709"));
         EXPECT_TRUE(named.error().empty()) << named.error();
 
+        // Shader rules the superset lets pass.
+        auto replaced = [](std::string text, const std::string& from, const std::string& to) {
+            return text.replace(text.find(from), from.size(), to);
+        };
+        const std::string toRgba = libraryFragmentShader(ShaderShape::ToRgba);
+        const std::string rgbToYuv = libraryFragmentShader(ShaderShape::RgbToYuv, "itu_709");
+        const std::string loose[] = {
+            replaced(rgbToYuv, "layout(yuv)", "layout(location = 0, yuv)"),
+            replaced(rgbToYuv, "itu_709", "2"),
+            replaced(toRgba, "#extension GL_OES_EGL_image_external_essl3 : require\n", ""),
+            replaced(toRgba, "texture(uTexture0, vTexCoords)",
+                     "textureLod(uTexture0, vTexCoords, 0.0)"),
+        };
+        for (const std::string& fragment : loose) {
+            Program program(libraryVertexShader(), fragment);
+            EXPECT_EQ(program.error().empty(), !conformant) << fragment;
+        }
+
         // External textures are render targets for YUV images only.
         android::sp<android::GraphicBuffer> rgba = makeTestBuffer(8, 8, 0x1);
         android::sp<android::GraphicBuffer> yuv = makeTestBuffer(8, 8, 0x23);
@@ -181,6 +199,69 @@ TEST(AndroidDriverProfile, ConformantKeepsToTheKhronosTexts) {
             }
             quad.draw();
             EXPECT_EQ(glGetError(), refused);
+        }
+
+        // Draw-time rules of YUV targets: only a yuv output goes there and it goes nowhere else,
+        // without blending or a colour mask; a YUV target is never copied from.
+        {
+            android::sp<android::GraphicBuffer> plain = makeTestBuffer(8, 8, 0x1);
+            ExternalImage plainImage(display, *plain);
+            Program yuvOut(libraryVertexShader(),
+                           replaced(rgbToYuv, "__samplerExternal2DY2YEXT", "samplerExternalOES"));
+            Program plainOut(libraryVertexShader(), toRgba);
+            ASSERT_TRUE(yuvOut.error().empty() && plainOut.error().empty());
+            rgbaImage.bind(GL_TEXTURE0);
+            Quad quad;
+            auto drawError = [&](const Program& program, const ExternalImage& target,
+                                 auto&& setUp) {
+                ImageFramebuffer framebuffer(target, 8, 8);
+                program.use();
+                setUp();
+                while (glGetError() != GL_NO_ERROR) {
+                }
+                quad.draw();
+                const GLenum error = glGetError();
+                glDisable(GL_BLEND);
+                glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+                return error;
+            };
+            auto nothing = [] {};
+            EXPECT_EQ(drawError(yuvOut, yuvImage, nothing), GL_NO_ERROR);
+            EXPECT_EQ(drawError(plainOut, yuvImage, nothing), refused);
+            GLuint plain2D = 0;
+            glGenTextures(1, &plain2D);
+            glBindTexture(GL_TEXTURE_2D, plain2D);
+            const EGLImageKHR plainEgl =
+                eglCreateImageKHR(display, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
+                                  static_cast<EGLClientBuffer>(plain->getNativeBuffer()), nullptr);
+            glEGLImageTargetTexture2DOES(GL_TEXTURE_2D, static_cast<GLeglImageOES>(plainEgl));
+            EXPECT_EQ(glGetError(), GL_NO_ERROR);
+            GLuint target2D = 0;
+            glGenFramebuffers(1, &target2D);
+            glBindFramebuffer(GL_FRAMEBUFFER, target2D);
+            glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, plain2D, 0);
+            EXPECT_EQ(glCheckFramebufferStatus(GL_FRAMEBUFFER), GLenum(GL_FRAMEBUFFER_COMPLETE));
+            yuvOut.use();
+            quad.draw();
+            EXPECT_EQ(glGetError(), refused);
+            glBindFramebuffer(GL_FRAMEBUFFER, 0);
+            glDeleteFramebuffers(1, &target2D);
+            glDeleteTextures(1, &plain2D);
+            eglDestroyImageKHR(display, plainEgl);
+            EXPECT_EQ(drawError(yuvOut, yuvImage, [] { glEnable(GL_BLEND); }), refused);
+            EXPECT_EQ(drawError(yuvOut, yuvImage,
+                                [] { glColorMask(GL_TRUE, GL_FALSE, GL_TRUE, GL_TRUE); }),
+                      refused);
+            ImageFramebuffer source(yuvImage, 8, 8);
+            GLuint copy = 0;
+            glGenTextures(1, &copy);
+            glBindTexture(GL_TEXTURE_2D, copy);
+            glTexStorage2D(GL_TEXTURE_2D, 1, GL_RGBA8, 8, 8);
+            while (glGetError() != GL_NO_ERROR) {
+            }
+            glCopyTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, 0, 0, 8, 8);
+            EXPECT_EQ(glGetError(), refused);
+            glDeleteTextures(1, &copy);
         }
 
         // Attributes need their extensions advertised.

@@ -458,6 +458,8 @@ TEST_P(Blit, NothingOutlivesTheRenderer) {
     }
     mSource.clear();
     mDestination.clear();
+    // The GPU's completion thread holds a descriptor of each fence until it has signalled it.
+    ::zel::host::waitGpuIdle();
     const auto after = ::zel::host::gpuCounters();
     EXPECT_EQ(after.imagesAlive, before.imagesAlive);
     EXPECT_EQ(after.fenceFdsOpen, before.fenceFdsOpen);

@@ -173,6 +173,7 @@ std::ostream& operator<<(std::ostream& out, const LiveObjects& o) {
 }
 
 LiveObjects liveObjects() {
+    ::zel::host::waitGpuIdle();  // fences still pending hold a descriptor
     const auto counters = ::zel::host::gpuCounters();
     return {counters.contextsAlive, counters.imagesAlive, ::zel::test::openFdCount(),
             EglDisplayUsers::count(eglGetDisplay(EGL_DEFAULT_DISPLAY))};
