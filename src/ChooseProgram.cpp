@@ -1,5 +1,6 @@
 #include "ChooseProgram.h"
 
+#include <cstdio>
 #include <string>
 
 #include "Log.h"
@@ -10,6 +11,7 @@ namespace zel {
 
 namespace {
 
+constexpr const char kLogFile[] = "src/ChooseProgram";
 constexpr const char kIndentation[] = "    ";
 
 // The GL_EXT_YUV_target conversion constants, by colour matrix index.
@@ -23,6 +25,28 @@ constexpr uint32_t kColorMatrixCount = sizeof(kColorMatrixNames) / sizeof(kColor
 std::string rgbToYuvLine(const char* texCoords, uint32_t colorMatrix) {
     return std::string("vec4 src0 = vec4(rgb_2_yuv(texture(uTexture0, ") + texCoords + ").rgb, " +
            kColorMatrixNames[colorMatrix] + "), 1.0);";
+}
+
+// The source line of an RGBA-to-YUV conversion without the built-ins: explicit BT.709 or BT.2020
+// matrices, by colour matrix index (3 to 5); the digital ITU formulas, as rgb_2_yuv computes them.
+std::string explicitRgbToYuvLine(const char* texCoords, uint32_t index) {
+    const double kr = index == 3 ? 0.2126 : 0.2627;
+    const double kb = index == 3 ? 0.0722 : 0.0593;
+    const double kg = 1.0 - kr - kb;
+    const bool full = index % 2 == 1;
+    const double yScale = full ? 1.0 : 219.0 / 255.0;
+    const double cScale = full ? 1.0 : 224.0 / 255.0;
+    const double cb = cScale / (2.0 - 2.0 * kb);
+    const double cr = cScale / (2.0 - 2.0 * kr);
+    // mat3 takes columns: the weights of R, then G, then B in (Y, Cb, Cr).
+    char line[512];
+    snprintf(line, sizeof(line),
+             "vec4 src0 = vec4(mat3(%.9f, %.9f, %.9f, %.9f, %.9f, %.9f, %.9f, %.9f, %.9f) * "
+             "texture(uTexture0, %s).rgb + vec3(%.9f, %.9f, %.9f), 1.0);",
+             yScale * kr, -cb * kr, cr * (1.0 - kr), yScale * kg, -cb * kg, -cr * kg, yScale * kb,
+             cb * (1.0 - kb), -cr * kb, texCoords, full ? 0.0 : 16.0 / 255.0, 128.0 / 255.0,
+             128.0 / 255.0);
+    return line;
 }
 
 uint32_t colorMatrixIndex(const Description& desc) {
@@ -134,12 +158,21 @@ void ChooseProgram::generateVertexShader(Formatter& out, const Key& key) {
 }
 
 void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
+    generateFragmentShader(out, key, false);
+}
+
+void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key, bool portable) {
+    portable = portable && key.isRgbToYuv();
     out << "#version 310 es";
     out << "#extension GL_OES_EGL_image_external_essl3 : require";
     if (key.isYuvTarget()) {
         out << "#extension GL_EXT_YUV_target : require";
         out << "precision highp float;";
-        out << "layout(binding = 0) uniform __samplerExternal2DY2YEXT uTexture0;";
+        if (portable) {
+            out << "layout(binding = 0) uniform samplerExternalOES uTexture0;";
+        } else {
+            out << "layout(binding = 0) uniform __samplerExternal2DY2YEXT uTexture0;";
+        }
     } else {
         out << "precision highp float;";
         out << "layout(binding = 0) uniform samplerExternalOES uTexture0;";
@@ -191,7 +224,9 @@ void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
         // client texture coordinates. All other texts stay as they were.
         const char* texCoords =
             key.hasTexCoords() && !key.hasAlpha() ? "vTex0Coords" : "vTexCoords";
-        if (index < kColorMatrixCount) {
+        if (portable && index >= 3 && index < kColorMatrixCount) {
+            out << explicitRgbToYuvLine(texCoords, index).c_str();
+        } else if (index < kColorMatrixCount) {
             out << rgbToYuvLine(texCoords, index).c_str();
         }
     } else if (key.hasTexCoords()) {
@@ -224,15 +259,41 @@ void ChooseProgram::generateFragmentShader(Formatter& out, const Key& key) {
     out << "}";
 }
 
+bool ChooseProgram::driverTakesPhoneSuperset() {
+    if (mExtraStandards < 0) {
+        static const char* const kProbe =
+            "#version 310 es\n"
+            "#extension GL_EXT_YUV_target : require\n"
+            "precision highp float;\n"
+            "out vec4 color;\n"
+            "void main(void) { color = vec4(rgb_2_yuv(vec3(0.5), itu_2020), 1.0); }\n";
+        const GLuint shader = glCreateShader(GL_FRAGMENT_SHADER);
+        glShaderSource(shader, 1, &kProbe, nullptr);
+        glCompileShader(shader);
+        GLint status = GL_FALSE;
+        glGetShaderiv(shader, GL_COMPILE_STATUS, &status);
+        glDeleteShader(shader);
+        ZEL_CHECK_GL();
+        mExtraStandards = status == GL_TRUE ? 1 : 0;
+        if (mExtraStandards == 0) {
+            ZEL_LOGI(
+                "the driver keeps to the text of GL_EXT_YUV_target: portable RGBA sources "
+                "and RGBA render targets");
+        }
+    }
+    return mExtraStandards == 1;
+}
+
 std::shared_ptr<gl::Program> ChooseProgram::getProgram(Description& desc) {
     ZEL_TRACE_NAME("getProgram");
     ZEL_LOGD("desc.fmtType = %d, appId = %d", desc.mFmtType, desc.mAppId);
 
     const Key key = computeKey(desc);
+    const bool portable = key.isRgbToYuv() && !driverTakesPhoneSuperset();
     Formatter vsFormatter;
     Formatter fsFormatter;
     generateVertexShader(vsFormatter, key);
-    generateFragmentShader(fsFormatter, key);
+    generateFragmentShader(fsFormatter, key, portable);
     const std::string vs(vsFormatter.getText().c_str(), vsFormatter.getText().length());
     const std::string fs(fsFormatter.getText().c_str(), fsFormatter.getText().length());
 

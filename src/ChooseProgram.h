@@ -1,8 +1,15 @@
 /*
  * Turns a Description into a program key, writes the GLSL ES 3.10 shaders for that key and hands
  * back a shared gl::Program, taken from a cache keyed by the hash of the shader text when the
- * description allows caching. Colour conversion into YUV destinations is left entirely to the
+ * description allows caching. Colour conversion into YUV destinations is left to the
  * GL_EXT_YUV_target built-ins (rgb_2_yuv and the itu_* constants).
+ *
+ * The phone drivers this library is written for accept more than the extension's text: the
+ * standards itu_709_full_range, itu_2020 and itu_2020_full_range, and an RGBA source declared as
+ * __samplerExternal2DY2YEXT. On a driver that keeps to the text (found out once, by compiling a
+ * shader that names itu_2020), RGBA-to-YUV programs take a portable form instead: the source is a
+ * plain samplerExternalOES, and the standards the text lacks are written as explicit matrices.
+ * (The renderer asks the same question before it attaches an RGBA destination.)
  */
 #pragma once
 
@@ -76,12 +83,21 @@ public:
     static Key computeKey(const Description& desc);
     static void generateVertexShader(Formatter& out, const Key& key);
     static void generateFragmentShader(Formatter& out, const Key& key);
+    // `portable`: the form for drivers that keep to the text of GL_EXT_YUV_target (RGBA-to-YUV
+    // keys only differ).
+    static void generateFragmentShader(Formatter& out, const Key& key, bool portable);
 
     // Never null: a program that failed to compile or link is returned (and cached) as well.
     // Runs on the renderer's GL thread with its context current.
     std::shared_ptr<gl::Program> getProgram(Description& desc);
 
+    // Whether the driver accepts the phone-driver superset of GL_EXT_YUV_target (told by the
+    // colour standards beyond the text); asked once, on the GL thread with the context current.
+    bool driverTakesPhoneSuperset();
+
 private:
+    // -1 until asked, then 0 or 1.
+    int mExtraStandards = -1;
     std::mutex mCacheMutex;
     std::unordered_map<size_t, std::shared_ptr<gl::Program>> mCache;
 };

@@ -47,6 +47,24 @@ void Framebuffer::allocateBuffers(uint32_t width, uint32_t height, void* data) {
     }
 }
 
+void Framebuffer::bindTextureImageAsFramebuffer(Image& image, bool plainTarget) {
+    if (!plainTarget) {
+        bindTextureImageAsFramebuffer(image);
+        return;
+    }
+    ZEL_TRACE_NAME("bindTextureImageAsFramebuffer");
+    const GLuint texture = image.bindTexture2D();
+    bind();
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, texture, 0);
+    ZEL_CHECK_GL();
+    mStatus = glCheckFramebufferStatus(GL_FRAMEBUFFER);
+    ZEL_CHECK_GL();
+    unbind();
+    if (mStatus != GL_FRAMEBUFFER_COMPLETE) {
+        ZEL_LOGE("Frame buffer is not complete. Error %d", mStatus);
+    }
+}
+
 void Framebuffer::bindTextureImageAsFramebuffer(Image& image) {
     ZEL_TRACE_NAME("bindTextureImageAsFramebuffer");
     const GLuint texture = image.getTexture();

@@ -54,6 +54,10 @@ public:
     // Attaches the image's texture as the colour target. The framebuffer is left unbound. A null
     // image attaches nothing.
     void bindTextureImageAsFramebuffer(Image& image);
+    // `plainTarget`: through a GL_TEXTURE_2D of the image (OES_EGL_image) rather than its external
+    // texture, for an RGBA buffer on a driver that renders into external textures of YUV images
+    // only, as GL_EXT_YUV_target has it.
+    void bindTextureImageAsFramebuffer(Image& image, bool plainTarget);
     void bindTextureImageAsFramebuffer(const std::shared_ptr<Image>& image);
 
     // The last glCheckFramebufferStatus result (0 before any attachment).

@@ -698,7 +698,9 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
     }
 
     gl::Framebuffer framebuffer;
-    framebuffer.bindTextureImageAsFramebuffer(dstImage);
+    const bool plainTarget = dstTexture.getPixelFormat() == HAL_PIXEL_FORMAT_RGBA_8888 &&
+                             !mChooseProgram->driverTakesPhoneSuperset();
+    framebuffer.bindTextureImageAsFramebuffer(dstImage, plainTarget);
     if (framebuffer.getStatus() != GL_FRAMEBUFFER_COMPLETE) {
         ZEL_LOGE("destination framebuffer incomplete, nothing drawn");
         return RENDER_FAILED;

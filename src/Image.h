@@ -39,9 +39,13 @@ public:
     ~Image() {
         ZEL_LOGD("deconstructor %lu", static_cast<unsigned long>(mBufferId));
         ZEL_LOGD("Del Textures: %d", mTexture);
-        // The texture goes first, then the EGLImage it was targeted on.
+        // The textures go first, then the EGLImage they were targeted on.
         glDeleteTextures(1, &mTexture);
         ZEL_CheckGLError(kImageLogFile, __func__, __LINE__);
+        if (mTexture2D != 0) {
+            glDeleteTextures(1, &mTexture2D);
+            ZEL_CheckGLError(kImageLogFile, __func__, __LINE__);
+        }
         setNativeWindowBuffer(nullptr, android::Rect::INVALID_RECT, false);
         ZEL_LOGD("done deconstructor %lu", static_cast<unsigned long>(mBufferId));
     }
@@ -125,6 +129,28 @@ public:
         return true;
     }
 
+    // The EGLImage targeted onto a GL_TEXTURE_2D of its own (OES_EGL_image), made on first use:
+    // how an RGBA buffer becomes a render target on a driver that takes external textures as
+    // render targets for YUV images only. 0 when the driver refuses.
+    GLuint bindTexture2D() {
+        if (mImage == EGL_NO_IMAGE_KHR) {
+            return 0;
+        }
+        if (mTexture2D == 0) {
+            glGenTextures(1, &mTexture2D);
+            ZEL_CheckGLError(kImageLogFile, __func__, __LINE__);
+        }
+        glBindTexture(GL_TEXTURE_2D, mTexture2D);
+        glEGLImageTargetTexture2DOES(GL_TEXTURE_2D, static_cast<GLeglImageOES>(mImage));
+        const GLenum error = glGetError();
+        glBindTexture(GL_TEXTURE_2D, 0);
+        if (error != GL_NO_ERROR) {
+            ZEL_LOGE("GL_TEXTURE_2D does not take the image: %#x", error);
+            return 0;
+        }
+        return mTexture2D;
+    }
+
     uint64_t getBufferId() const { return mBufferId; }
     GLuint getTexture() const { return mTexture; }
     EGLImageKHR getEGLImage() const { return mImage; }
@@ -138,6 +164,7 @@ private:
     std::mutex mLock;  // kept for owners that share an Image; none of its own operations take it
     EGLImageKHR mImage;
     GLuint mTexture = 0;
+    GLuint mTexture2D = 0;  // see bindTexture2D()
     bool mProtected;
 };
 

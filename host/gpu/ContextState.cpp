@@ -1,5 +1,11 @@
 #include "ContextState.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <zel/host/Sync.h>
+
+#include "FenceCompleter.h"
 #include "MesaDriver.h"
 
 namespace zel {
@@ -25,6 +31,74 @@ size_t ContextState::writeBackAll() {
         return 0;
     }
     return mShareGroup->writeBack(passResources());
+}
+
+void ContextState::addUnflushedFence(std::shared_ptr<NativeFence> fence) {
+    mUnflushedFences.push_back(std::move(fence));
+}
+
+void ContextState::flush() {
+    writeBackAll();
+    mesa().glFlush();
+    if (mUnflushedFences.empty()) {
+        return;
+    }
+    // One point of the timeline stands for all the work so far; every fence gets a descriptor of
+    // it, and the completion thread a descriptor of its own.
+    const int point = host::createFenceFd(false);
+    if (point < 0) {
+        return;  // the fences stay unflushed: a later flush tries again
+    }
+    std::vector<int> waitFor;
+    for (const auto& wait : mServerWaits) {
+        const int fd = wait->duplicate();
+        if (fd >= 0) {
+            waitFor.push_back(fd);
+        }
+    }
+    mServerWaits.clear();
+    for (const auto& fence : mUnflushedFences) {
+        fence->attach(fcntl(point, F_DUPFD_CLOEXEC, 0));
+    }
+    if (mAttributes.fenceNeverSignals) {
+        // A hung GPU: the work is in memory, but nothing ever signals its fences, and nothing
+        // (glFinish included) waits for them.
+        for (const int fd : waitFor) {
+            close(fd);
+        }
+        close(point);
+        mUnflushedFences.clear();
+        return;
+    }
+    mLastSubmitted = mUnflushedFences.back();
+    mUnflushedFences.clear();
+    FenceCompleter::instance().submit(point, std::move(waitFor), mAttributes.fenceDelay);
+}
+
+void ContextState::finish() {
+    flush();
+    mesa().glFinish();
+    if (mLastSubmitted) {
+        mLastSubmitted->wait(EGL_FOREVER_KHR);
+        mLastSubmitted.reset();
+    }
+}
+
+void ContextState::addServerWait(std::shared_ptr<NativeFence> fence) {
+    // Work of this context already comes after its own earlier fences.
+    for (const auto& own : mUnflushedFences) {
+        if (own == fence) {
+            return;
+        }
+    }
+    mServerWaits.push_back(std::move(fence));
+}
+
+void ContextState::waitForServerWaits() {
+    for (const auto& wait : mServerWaits) {
+        wait->wait(EGL_FOREVER_KHR);
+    }
+    mServerWaits.clear();
 }
 
 void ContextState::setAttachment(GLuint framebuffer, GLenum attachment, GLuint clientTexture) {

@@ -8,12 +8,14 @@
  */
 #pragma once
 
+#include <chrono>
 #include <map>
 #include <memory>
 #include <vector>
 
 #include "KhronosApi.h"
 #include "LiveNames.h"
+#include "NativeFence.h"
 #include "ShareGroup.h"
 
 namespace zel {
@@ -28,8 +30,11 @@ struct ContextAttributes {
     bool failMakeCurrent = false;
     bool chromaTopLeft = false;  // write-backs into 4:2:0 buffers keep the top-left chroma sample
     bool failLink = false;       // programs fail to link
-    bool failImageAttachment = false;  // image textures never become colour attachments
-    bool failTextureStorage = false;   // texture storage runs out of memory
+    bool failImageAttachment = false;        // image textures never become colour attachments
+    bool failTextureStorage = false;         // texture storage runs out of memory
+    std::chrono::nanoseconds fenceDelay{0};  // how long the GPU takes to complete flushed work
+    bool conformant = false;  // the Khronos texts' rules rather than the phone-driver superset
+    bool fenceNeverSignals = false;  // a hung GPU: flushed work reaches memory, fences never signal
 };
 
 class ContextState {
@@ -51,6 +56,22 @@ public:
     // (the context must be current); returns how many.
     size_t writeBackAll();
 
+    // Fences and the GPU timeline. The host GPU executes each call when it is made; what a real
+    // GPU does later, the layer does at the flush: the work reaches buffer memory there, and the
+    // native fences made since the last flush get their descriptor, signalled by the completion
+    // thread after the profile's fence delay.
+    // A native fence for the work submitted so far; it signals after the next flush.
+    void addUnflushedFence(std::shared_ptr<NativeFence> fence);
+    // glFlush: completes the work into memory and submits the fences made since the last flush.
+    void flush();
+    // glFinish: a flush that returns once its fences have signalled.
+    void finish();
+    // eglWaitSyncKHR: work submitted from now on waits for `fence` on the GPU. The host GPU runs
+    // draws on the calling thread, so a draw waits there (waitForServerWaits); a flush with no
+    // draw in between hands the wait to the completion thread and does not block.
+    void addServerWait(std::shared_ptr<NativeFence> fence);
+    void waitForServerWaits();
+
     // Attachment points of framebuffers that hold a client texture with an image.
     void setAttachment(GLuint framebuffer, GLenum attachment, GLuint clientTexture);
     void clearAttachment(GLuint framebuffer, GLenum attachment);
@@ -70,6 +91,9 @@ private:
     PassResources mPassResources;
     std::map<GLuint, std::map<GLenum, GLuint>> mAttachments;
     LiveNames mFramebuffers{Counter::FramebuffersAlive};
+    std::vector<std::shared_ptr<NativeFence>> mUnflushedFences;
+    std::vector<std::shared_ptr<NativeFence>> mServerWaits;
+    std::shared_ptr<NativeFence> mLastSubmitted;
 };
 
 }  // namespace hostgpu

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "GlErrorQueue.h"
 #include "MesaDriver.h"
 #include "ProgramRecord.h"
 
@@ -12,8 +13,15 @@ DrawScope::DrawScope(ContextState* context, unsigned uses) {
     if (context == nullptr) {
         return;
     }
+    context->waitForServerWaits();
     ShareGroup& group = context->shareGroup();
     mLock = std::unique_lock<std::mutex>(group.mutex());
+    if (context->attributes().conformant && breaksYuvTargetRules(*context, uses)) {
+        GlErrorQueue::push(GL_INVALID_OPERATION);
+        mRefused = true;
+        mLock.unlock();
+        return;
+    }
     if (!group.hasImageTextures()) {
         mLock.unlock();
         return;
@@ -43,6 +51,49 @@ DrawScope::~DrawScope() {
     if (mVariantActive) {
         gl.glUseProgram(mProgram);
     }
+}
+
+bool DrawScope::breaksYuvTargetRules(ContextState& context, unsigned uses) const {
+    const MesaFunctions& gl = mesa();
+    auto yuvAttached = [&](GLenum binding, size_t* attachments) {
+        GLint framebuffer = 0;
+        gl.glGetIntegerv(binding, &framebuffer);
+        const std::vector<GLuint> textures =
+            context.attachedTextures(static_cast<GLuint>(framebuffer));
+        *attachments = textures.size();
+        return std::any_of(textures.begin(), textures.end(), [&](GLuint texture) {
+            const ImageTexture* image = context.shareGroup().find(texture);
+            return image != nullptr && image->isYuv();
+        });
+    };
+    size_t attachments = 0;
+    if ((uses & Copies) != 0 && yuvAttached(GL_READ_FRAMEBUFFER_BINDING, &attachments)) {
+        return true;  // a YUV target is never the source of a copy
+    }
+    if ((uses & Renders) == 0) {
+        return false;
+    }
+    const bool yuvTarget = yuvAttached(GL_DRAW_FRAMEBUFFER_BINDING, &attachments);
+    if ((uses & Samples) != 0) {
+        // A layout(yuv) output goes into YUV targets only, and only it goes there.
+        GLint program = 0;
+        gl.glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+        if (context.shareGroup().writesYuv(static_cast<GLuint>(program)) != yuvTarget) {
+            return true;
+        }
+    }
+    if (!yuvTarget) {
+        return false;
+    }
+    // A YUV target is the only colour attachment, with no blending and every channel written.
+    GLint second = GL_NONE;
+    gl.glGetFramebufferAttachmentParameteriv(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT1,
+                                             GL_FRAMEBUFFER_ATTACHMENT_OBJECT_TYPE, &second);
+    GLboolean mask[4] = {GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE};
+    gl.glGetBooleanv(GL_COLOR_WRITEMASK, mask);
+    const bool blending = (uses & Samples) != 0 && gl.glIsEnabled(GL_BLEND) == GL_TRUE;
+    return attachments > 1 || second != GL_NONE || blending ||
+           !(mask[0] && mask[1] && mask[2] && mask[3]);
 }
 
 void DrawScope::writeBackOthers(ImageTexture& texture) {
@@ -114,6 +165,12 @@ void DrawScope::bindExternalSamplers() {
             ImageTexture* texture = mContext->shareGroup().find(static_cast<GLuint>(clientTexture));
             if (texture == nullptr) {
                 continue;
+            }
+            if (mContext->attributes().conformant && !texture->isYuv() &&
+                sampler.declaration.type == ExternalSampler::Type::Y2y) {
+                // GL_EXT_YUV_target: a YUV sampler samples YUV images only.
+                GlErrorQueue::push(GL_INVALID_OPERATION);
+                mRefused = true;
             }
             const bool yuv = texture->isYuv() && !sampler.declaration.array;
             if (yuv) {

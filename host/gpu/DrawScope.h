@@ -30,6 +30,7 @@ public:
         Samples = 1,  // the call runs the current program
         Renders = 2,  // the call writes the draw framebuffer
         Reads = 4,    // the call reads the read framebuffer
+        Copies = 8,   // what it reads goes into a texture or framebuffer
     };
 
     // `context` null (no context of the layer current): does nothing.
@@ -38,8 +39,15 @@ public:
     DrawScope(const DrawScope&) = delete;
     DrawScope& operator=(const DrawScope&) = delete;
 
+    // The call breaks a rule of the Khronos texts that the context follows (GL_INVALID_OPERATION
+    // is queued): the caller does not run it.
+    bool refused() const { return mRefused; }
+
 private:
     void bindExternalSamplers();
+    // On a context that follows the Khronos texts: whether the call breaks a rule of
+    // GL_EXT_YUV_target about YUV render targets and reads.
+    bool breaksYuvTargetRules(ContextState& context, unsigned uses) const;
     void prepareAttachments(GLenum binding, bool rendered);
     // Writes back other textures of the buffer of `texture` with pending rendering, so that
     // memory holds it before `texture` is refreshed.
@@ -48,6 +56,7 @@ private:
     void bind(GLenum unit, GLuint texture);
 
     ContextState* mContext = nullptr;
+    bool mRefused = false;
     std::unique_lock<std::mutex> mLock;
     GLint mActiveTexture = 0;
     GLuint mProgram = 0;          // the client's program, when a variant replaced it

@@ -37,6 +37,7 @@ bool apply(const std::string& name, host::DriverProfile* profile) {
         {"fail-texture-storage", &host::DriverProfile::failTextureStorage},
         {"fence-never-signals", &host::DriverProfile::fenceNeverSignals},
         {"no-display", &host::DriverProfile::noDisplay},
+        {"conformant", &host::DriverProfile::conformant},
     };
     for (const auto& [flagName, member] : kFlags) {
         if (name == flagName) {
@@ -60,6 +61,14 @@ bool apply(const std::string& name, host::DriverProfile* profile) {
         profile->addedEglExtensions.push_back(name.substr(1));
     } else if (name.rfind("gl-version=", 0) == 0) {
         profile->glVersion = name.substr(11);
+    } else if (name.rfind("fence-delay=", 0) == 0) {
+        const std::string value = name.substr(12);
+        char* end = nullptr;
+        const unsigned long ms = strtoul(value.c_str(), &end, 10);
+        if (value.empty() || *end != '\0' || ms > 60000) {
+            return false;
+        }
+        profile->fenceDelayMs = static_cast<unsigned>(ms);
     } else {
         return false;
     }

@@ -53,6 +53,20 @@ bool configOffersVersion(DisplayState& display, EGLConfig config, EGLint version
            (renderable & EGL_OPENGL_ES3_BIT) != 0;
 }
 
+// The Khronos texts accept priority and protection attributes only where the display advertises
+// their extensions (the phone-driver superset takes them anyway).
+bool conformantAttributes(DisplayState& display, bool priorityGiven,
+                          const ContextAttributes& attributes) {
+    if (priorityGiven && !display.hasExtension("EGL_IMG_context_priority")) {
+        return false;
+    }
+    if (attributes.priority == EGL_CONTEXT_PRIORITY_REALTIME_NV &&
+        !display.hasExtension("EGL_NV_context_priority_realtime")) {
+        return false;
+    }
+    return !attributes.isProtected || display.hasExtension("EGL_EXT_protected_content");
+}
+
 }  // namespace
 
 extern "C" {
@@ -63,7 +77,8 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
     ContextAttributes attributes;
     attributes.display = dpy;
     EGLint value = 0;
-    if (attribs.take(EGL_CONTEXT_PRIORITY_LEVEL_IMG, &value)) {
+    const bool priorityGiven = attribs.take(EGL_CONTEXT_PRIORITY_LEVEL_IMG, &value);
+    if (priorityGiven) {
         if (!validPriority(value)) {
             EglError::set(EGL_BAD_ATTRIBUTE);
             return EGL_NO_CONTEXT;
@@ -101,6 +116,14 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
     attributes.failLink = profile.failLink;
     attributes.failImageAttachment = profile.failImageAttachment;
     attributes.failTextureStorage = profile.failTextureStorage;
+    attributes.fenceDelay = std::chrono::milliseconds(profile.fenceDelayMs);
+    attributes.conformant = profile.conformant;
+    attributes.fenceNeverSignals = profile.fenceNeverSignals;
+    if (profile.conformant && display != nullptr &&
+        !conformantAttributes(*display, priorityGiven, attributes)) {
+        EglError::set(EGL_BAD_ATTRIBUTE);
+        return EGL_NO_CONTEXT;
+    }
 
     std::shared_ptr<ContextState> shared;
     if (share_context != EGL_NO_CONTEXT) {
@@ -155,7 +178,7 @@ EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay dpy, EGLSurface draw, EGLSurfac
     }
     ContextState* current = CurrentContext::get();
     if (current != nullptr && current != next.get()) {
-        current->writeBackAll();
+        current->flush();  // making another context current flushes this one
     }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglMakeCurrent(dpy, draw, read, ctx);
@@ -167,7 +190,7 @@ EGLBoolean EGLAPIENTRY eglMakeCurrent(EGLDisplay dpy, EGLSurface draw, EGLSurfac
 
 EGLBoolean EGLAPIENTRY eglReleaseThread(void) {
     if (ContextState* current = CurrentContext::get()) {
-        current->writeBackAll();
+        current->flush();
     }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglReleaseThread();

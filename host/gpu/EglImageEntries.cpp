@@ -101,8 +101,11 @@ EGLImageKHR createNativeBufferImage(DisplayState& display, EGLContext ctx, EGLCl
                 return failure(EGL_BAD_PARAMETER);
         }
     }
-    // Protected memory only goes into protected images.
-    if ((nativeBuffer->usage & GRALLOC_USAGE_PROTECTED) != 0 && !isProtected) {
+    // Protected memory only goes into protected images; the Khronos text also refuses a
+    // protected image of memory that is not protected.
+    const bool protectedMemory = (nativeBuffer->usage & GRALLOC_USAGE_PROTECTED) != 0;
+    if ((protectedMemory && !isProtected) ||
+        (display.profile().conformant && isProtected && !protectedMemory)) {
         return failure(EGL_BAD_ACCESS);
     }
     if (display.profile().failImageCreation) {

@@ -3,11 +3,14 @@
  * layer records and answers (the driver never sees it).
  */
 #include "AttribList.h"
+#include "DisplayRegistry.h"
 #include "EglError.h"
 #include "MesaDriver.h"
 #include "SurfaceRegistry.h"
 
 using zel::hostgpu::AttribList;
+using zel::hostgpu::DisplayRegistry;
+using zel::hostgpu::DisplayState;
 using zel::hostgpu::EglError;
 using zel::hostgpu::mesa;
 using zel::hostgpu::SurfaceRegistry;
@@ -18,10 +21,19 @@ EGLSurface EGLAPIENTRY eglCreatePbufferSurface(EGLDisplay dpy, EGLConfig config,
                                                const EGLint* attrib_list) {
     AttribList attribs = AttribList::fromInts(attrib_list);
     EGLint isProtected = EGL_FALSE;
-    if (attribs.take(EGL_PROTECTED_CONTENT_EXT, &isProtected) && isProtected != EGL_TRUE &&
-        isProtected != EGL_FALSE) {
+    const bool protectionGiven = attribs.take(EGL_PROTECTED_CONTENT_EXT, &isProtected);
+    if (protectionGiven && isProtected != EGL_TRUE && isProtected != EGL_FALSE) {
         EglError::set(EGL_BAD_ATTRIBUTE);
         return EGL_NO_SURFACE;
+    }
+    // The Khronos texts take the attribute on surfaces only with EGL_EXT_protected_surface.
+    if (protectionGiven) {
+        DisplayState* display = DisplayRegistry::instance().initialized(dpy);
+        if (display != nullptr && display->profile().conformant &&
+            !display->hasExtension("EGL_EXT_protected_surface")) {
+            EglError::set(EGL_BAD_ATTRIBUTE);
+            return EGL_NO_SURFACE;
+        }
     }
     EglError::deferToDriver();
     const std::vector<EGLint> driverList = attribs.ints();

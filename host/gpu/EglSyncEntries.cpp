@@ -2,10 +2,13 @@
  * Hand-written EGL sync entry points: native fence syncs (EGL_ANDROID_native_fence_sync) are the
  * layer's own; other sync types are the driver's.
  *
- * A native fence made for GPU work completes that work on the spot: rendering into buffers is
- * written back into their memory and the driver finishes, then a fresh host fence is signalled.
- * So its descriptor becomes ready only once memory holds the pixels. Any sync creation writes back
- * first, so that a client that waits on the driver's fences also finds the pixels in memory.
+ * A native fence made for GPU work behaves as on a phone: it is unsignalled when made, has no
+ * descriptor until its context is flushed (glFlush, glFinish, a client wait with
+ * EGL_SYNC_FLUSH_COMMANDS_BIT_KHR, another context made current), and is signalled afterwards by
+ * the completion thread, once the work is in buffer memory and the profile's fence delay has
+ * passed. eglWaitSyncKHR returns at once: the context's later work waits for the fence instead.
+ * Any other sync creation writes back first, so that a client that waits on the driver's fences
+ * also finds the pixels in memory.
  */
 #include <zel/host/Sync.h>
 
@@ -73,17 +76,8 @@ EGLSyncKHR createNativeFence(EGLDisplay dpy, const AttribList& attribs) {
     if (display->profile().failFenceCreation) {
         return failure(EGL_BAD_ALLOC);
     }
-    const int fd = zel::host::createFenceFd(false);
-    if (fd < 0) {
-        return failure(EGL_BAD_ALLOC);
-    }
-    auto fence = std::make_shared<NativeFence>(dpy, fd, false);
-    current->writeBackAll();
-    mesa().glFinish();
-    // Only now does memory hold everything the fence stands for; a hung GPU never gets there.
-    if (!display->profile().fenceNeverSignals) {
-        zel::host::signalFenceFd(fd);
-    }
+    auto fence = std::make_shared<NativeFence>(dpy, -1, false);
+    current->addUnflushedFence(fence);
     EglError::set(EGL_SUCCESS);
     return Fences::instance().add(std::move(fence));
 }
@@ -100,18 +94,29 @@ std::shared_ptr<NativeFence> findFence(EGLDisplay dpy, EGLSyncKHR sync, bool* ou
     return fence;
 }
 
-EGLint clientWait(const NativeFence& fence, EGLTimeKHR timeout) {
+// `timeout` in nanoseconds, as EGLTimeKHR is.
+EGLint clientWait(EGLDisplay dpy, const NativeFence& fence, EGLint flags, EGLTimeKHR timeout) {
+    ContextState* current = CurrentContext::get();
+    if ((flags & EGL_SYNC_FLUSH_COMMANDS_BIT_KHR) != 0 && current != nullptr &&
+        current->display() == dpy) {
+        current->flush();
+    }
     EglError::set(EGL_SUCCESS);
     return fence.wait(timeout) ? EGL_CONDITION_SATISFIED_KHR : EGL_TIMEOUT_EXPIRED_KHR;
 }
 
-EGLBoolean serverWait(const NativeFence& fence, EGLint flags) {
+EGLBoolean serverWait(EGLDisplay dpy, const std::shared_ptr<NativeFence>& fence, EGLint flags) {
     if (flags != 0) {
         EglError::set(EGL_BAD_PARAMETER);
         return EGL_FALSE;
     }
-    // The host's GPU is the CPU: waiting for the server is waiting here.
-    fence.wait(EGL_FOREVER_KHR);
+    ContextState* current = CurrentContext::get();
+    if (current == nullptr || current->display() != dpy) {
+        EglError::set(EGL_BAD_MATCH);
+        return EGL_FALSE;
+    }
+    // The CPU goes on; the context's later work waits on the GPU side.
+    current->addServerWait(fence);
     EglError::set(EGL_SUCCESS);
     return EGL_TRUE;
 }
@@ -188,7 +193,7 @@ EGLint EGLAPIENTRY eglClientWaitSyncKHR(EGLDisplay dpy, EGLSyncKHR sync, EGLint 
     bool ours = false;
     std::shared_ptr<NativeFence> fence = findFence(dpy, sync, &ours);
     if (ours) {
-        return fence ? clientWait(*fence, timeout) : EGL_FALSE;
+        return fence ? clientWait(dpy, *fence, flags, timeout) : EGL_FALSE;
     }
     EglError::deferToDriver();
     return mesa().eglClientWaitSyncKHR(dpy, sync, flags, timeout);
@@ -198,7 +203,7 @@ EGLint EGLAPIENTRY eglClientWaitSync(EGLDisplay dpy, EGLSync sync, EGLint flags,
     bool ours = false;
     std::shared_ptr<NativeFence> fence = findFence(dpy, sync, &ours);
     if (ours) {
-        return fence ? clientWait(*fence, timeout) : EGL_FALSE;
+        return fence ? clientWait(dpy, *fence, flags, timeout) : EGL_FALSE;
     }
     EglError::deferToDriver();
     return mesa().eglClientWaitSync(dpy, sync, flags, timeout);
@@ -211,7 +216,7 @@ EGLint EGLAPIENTRY eglWaitSyncKHR(EGLDisplay dpy, EGLSyncKHR sync, EGLint flags)
         EglError::deferToDriver();
         return mesa().eglWaitSyncKHR(dpy, sync, flags);
     }
-    return fence ? serverWait(*fence, flags) : EGL_FALSE;
+    return fence ? serverWait(dpy, fence, flags) : EGL_FALSE;
 }
 
 EGLBoolean EGLAPIENTRY eglWaitSync(EGLDisplay dpy, EGLSync sync, EGLint flags) {
@@ -221,7 +226,7 @@ EGLBoolean EGLAPIENTRY eglWaitSync(EGLDisplay dpy, EGLSync sync, EGLint flags) {
         EglError::deferToDriver();
         return mesa().eglWaitSync(dpy, sync, flags);
     }
-    return fence ? serverWait(*fence, flags) : EGL_FALSE;
+    return fence ? serverWait(dpy, fence, flags) : EGL_FALSE;
 }
 
 EGLBoolean EGLAPIENTRY eglGetSyncAttribKHR(EGLDisplay dpy, EGLSyncKHR sync, EGLint attribute,
@@ -274,6 +279,7 @@ EGLint EGLAPIENTRY eglDupNativeFenceFDANDROID(EGLDisplay dpy, EGLSyncKHR sync) {
         EglError::set(EGL_BAD_PARAMETER);
         return EGL_NO_NATIVE_FENCE_FD_ANDROID;
     }
+    // Before the flush the sync has no descriptor yet.
     const int fd = fence->duplicate();
     if (fd < 0) {
         EglError::set(EGL_BAD_PARAMETER);

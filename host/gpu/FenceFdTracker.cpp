@@ -15,11 +15,11 @@ FenceFdTracker& FenceFdTracker::instance() {
 }
 
 bool FenceFdTracker::stillOpen(const Entry& entry) {
-    const int64_t identity = host::fenceSignalTime(entry.fd);
+    const int64_t identity = host::fenceIdentity(entry.fd);
     if (identity < 0) {
         return false;  // closed, or reused by something that is not a fence
     }
-    // A fence that was pending when handed out may have been signalled since.
+    // Without fence ids, a fence that was pending when handed out may have been signalled since.
     return identity == entry.identity || entry.identity == INT64_MAX;
 }
 
@@ -37,7 +37,7 @@ void FenceFdTracker::handedOut(int fd) {
     mEntries.erase(std::remove_if(mEntries.begin(), mEntries.end(),
                                   [fd](const Entry& entry) { return entry.fd == fd; }),
                    mEntries.end());
-    mEntries.push_back({fd, host::fenceSignalTime(fd)});
+    mEntries.push_back({fd, host::fenceIdentity(fd)});
     if (mEntries.size() >= mPruneAt) {
         pruneLocked();
     }

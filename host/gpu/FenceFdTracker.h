@@ -1,8 +1,7 @@
 /*
  * The fence descriptors handed to clients by eglDupNativeFenceFDANDROID, to count those still
  * open. The layer never sees the client close them, so each descriptor is recorded with the
- * identity of its fence (host fences hold their signal time, unique per fence) and counts as
- * closed once its number no longer refers to that fence.
+ * identity of its fence and counts as closed once its number no longer refers to that fence.
  */
 #pragma once
 
@@ -23,7 +22,7 @@ public:
 private:
     struct Entry {
         int fd;
-        int64_t identity;  // the fence's signal time; INT64_MAX while it was pending
+        int64_t identity;  // host::fenceIdentity() when handed out
     };
 
     FenceFdTracker() = default;

@@ -171,10 +171,12 @@ GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
             source.append(string[i]);
         }
     }
-    RewrittenShader rewritten = ShaderRewriter::rewrite(source);
+    RewrittenShader rewritten =
+        ShaderRewriter::rewrite(source, {}, context->attributes().conformant);
     const GLchar* text = rewritten.changed ? rewritten.source.c_str() : source.c_str();
     mesa().glShaderSource(shader, 1, &text, nullptr);
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+    context->shareGroup().setYuvOutput(shader, rewritten.yuvOutput);
     ShareGroup::ShaderRecord record;
     record.samplers = std::move(rewritten.externalSamplers);
     if (!record.samplers.empty()) {
@@ -209,7 +211,14 @@ GL_APICALL void GL_APIENTRY glLinkProgram(GLuint program) {
     GLint linked = GL_FALSE;
     gl.glGetProgramiv(program, GL_LINK_STATUS, &linked);
     ShareGroup& group = context->shareGroup();
+    GLint shaderCount = 0;
+    gl.glGetProgramiv(program, GL_ATTACHED_SHADERS, &shaderCount);
+    std::vector<GLuint> shaders(static_cast<size_t>(std::max(shaderCount, 0)));
+    if (shaderCount > 0) {
+        gl.glGetAttachedShaders(program, shaderCount, nullptr, shaders.data());
+    }
     std::lock_guard<std::mutex> lock(group.mutex());
+    group.linkYuvOutput(program, shaders);
     group.setProgram(program, linked == GL_TRUE ? recordOf(group, program) : nullptr);
 }
 

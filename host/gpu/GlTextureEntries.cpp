@@ -73,13 +73,20 @@ GL_APICALL void GL_APIENTRY glEGLImageTargetTexture2DOES(GLenum target, GLeglIma
     if (context == nullptr) {
         return;  // GL calls without a current context do nothing
     }
-    if (target != GL_TEXTURE_EXTERNAL_OES) {
-        // Android buffers are sampled through external textures only.
+    if (target != GL_TEXTURE_EXTERNAL_OES && target != GL_TEXTURE_2D) {
         GlErrorQueue::push(GL_INVALID_ENUM);
         return;
     }
+    // An RGBA buffer may also be a GL_TEXTURE_2D (OES_EGL_image), which the layer supports as a
+    // render target only (draws sample external textures); YUV buffers are external textures.
+    if (target == GL_TEXTURE_2D && ours->format().isYuv()) {
+        GlErrorQueue::push(GL_INVALID_OPERATION);
+        return;
+    }
     GLint clientTexture = 0;
-    mesa().glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &clientTexture);
+    mesa().glGetIntegerv(
+        target == GL_TEXTURE_2D ? GL_TEXTURE_BINDING_2D : GL_TEXTURE_BINDING_EXTERNAL_OES,
+        &clientTexture);
     // Protected images only go into protected contexts; the default texture takes no image.
     if ((ours->isProtected() && !context->attributes().isProtected) || clientTexture == 0) {
         GlErrorQueue::push(GL_INVALID_OPERATION);
@@ -117,7 +124,8 @@ GL_APICALL void GL_APIENTRY glDeleteTextures(GLsizei n, const GLuint* textures) 
 GL_APICALL void GL_APIENTRY glFramebufferTexture2D(GLenum target, GLenum attachment,
                                                    GLenum textarget, GLuint texture, GLint level) {
     ContextState* context = CurrentContext::get();
-    if (context != nullptr && textarget == GL_TEXTURE_EXTERNAL_OES && texture != 0) {
+    if (context != nullptr &&
+        (textarget == GL_TEXTURE_EXTERNAL_OES || textarget == GL_TEXTURE_2D) && texture != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         if (context->attributes().failImageAttachment &&
             context->shareGroup().find(texture) != nullptr) {
@@ -127,6 +135,13 @@ GL_APICALL void GL_APIENTRY glFramebufferTexture2D(GLenum target, GLenum attachm
             return;
         }
         if (ImageTexture* imageTexture = context->shareGroup().find(texture)) {
+            // GL_EXT_YUV_target makes external textures render targets for YUV images only; the
+            // phone-driver superset takes RGBA ones as well.
+            if (textarget == GL_TEXTURE_EXTERNAL_OES && !imageTexture->isYuv() &&
+                context->attributes().conformant) {
+                GlErrorQueue::push(GL_INVALID_OPERATION);
+                return;
+            }
             mesa().glFramebufferTexture2D(target, attachment, GL_TEXTURE_2D,
                                           imageTexture->renderTexture(), level);
             context->setAttachment(boundFramebuffer(target), attachment, texture);

@@ -8,6 +8,7 @@
 #include "Counters.h"
 #include "DisplaySelection.h"
 #include "DriverProfileStore.h"
+#include "FenceCompleter.h"
 #include "FenceFdTracker.h"
 #include "GlErrorQueue.h"
 #include "MesaDriver.h"
@@ -108,6 +109,10 @@ DriverProfile driverProfile() {
 
 void resetDriverProfile() {
     hostgpu::DriverProfileStore::instance().reset();
+}
+
+void waitGpuIdle() {
+    hostgpu::FenceCompleter::instance().waitIdle();
 }
 
 bool gpuAvailable() {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <regex>
 
 namespace zel {
 namespace hostgpu {
@@ -65,13 +66,14 @@ bool isLayerExtension(const std::string& name) {
 
 struct Directives {
     bool essl3 = false;
-    bool yuvTarget = false;  // GL_EXT_YUV_target is enabled
+    bool yuvTarget = false;      // GL_EXT_YUV_target is enabled
+    bool externalImage = false;  // GL_OES_EGL_image_external(_essl3) is enabled
     bool changed = false;
 };
 
 // Blanks the layer's #extension lines and injects the YUV_target built-ins after the last
 // #extension line.
-Directives rewriteDirectives(std::string* text) {
+Directives rewriteDirectives(std::string* text, bool textsOnly) {
     Directives result;
     std::vector<std::string> lines;
     size_t start = 0;
@@ -102,6 +104,7 @@ Directives rewriteDirectives(std::string* text) {
             lastBlanked = isLayerExtension(extension);
             if (lastBlanked) {
                 result.yuvTarget |= extension == kYuvTarget && behaviour != "disable";
+                result.externalImage |= extension != kYuvTarget && behaviour != "disable";
                 lines[i].clear();
                 result.changed = true;
             }
@@ -113,11 +116,11 @@ Directives rewriteDirectives(std::string* text) {
     if (result.yuvTarget) {
         const size_t at = static_cast<size_t>(lastExtension);
         if (lastBlanked) {
-            lines[at] = YuvShaderCode::builtIns();
+            lines[at] = YuvShaderCode::builtIns(textsOnly);
         } else {
             // After a line the driver keeps: the next line gets its own number back.
             lines.insert(lines.begin() + static_cast<long>(at) + 1,
-                         {YuvShaderCode::builtIns(), "#line " + std::to_string(at + 2)});
+                         {YuvShaderCode::builtIns(textsOnly), "#line " + std::to_string(at + 2)});
         }
     }
     std::string joined;
@@ -247,10 +250,55 @@ bool dropYuvQualifier(const std::string& text, size_t at, size_t* end, std::stri
     return true;
 }
 
+// The text outside comments, with each comment replaced by a blank.
+std::string withoutComments(const std::string& text) {
+    std::string out;
+    size_t i = 0;
+    while (i < text.size()) {
+        if (text[i] == '/' && i + 1 < text.size() && (text[i + 1] == '/' || text[i + 1] == '*')) {
+            const bool line = text[i + 1] == '/';
+            const size_t end = line ? text.find('\n', i) : text.find("*/", i + 2);
+            i = end == std::string::npos ? text.size() : end + (line ? 0 : 2);
+            out += ' ';
+            continue;
+        }
+        out += text[i++];
+    }
+    return out;
+}
+
+// What the Khronos texts of OES_EGL_image_external_essl3 and EXT_YUV_target refuse in `source`
+// and the phone drivers let pass; empty when nothing.
+std::string conformanceViolation(const std::string& source, const Directives& directives,
+                                 const std::vector<ExternalSampler>& samplers) {
+    const std::string text = withoutComments(source);
+    if (text.find(kExternalSampler) != std::string::npos && !directives.externalImage) {
+        return "samplerExternalOES without its #extension";
+    }
+    for (const ExternalSampler& sampler : samplers) {
+        const std::regex lod("\\btextureLod\\s*\\(\\s*" + sampler.name + "\\b");
+        if (std::regex_search(text, lod)) {
+            return "textureLod of the external sampler " + sampler.name;
+        }
+    }
+    static const std::regex yuvWithOthers(
+        "layout\\s*\\([^)]*(\\byuv\\b[^)]*,|,[^)]*\\byuv\\b)[^)]*\\)");
+    if (std::regex_search(text, yuvWithOthers)) {
+        return "the yuv layout qualifier with another one";
+    }
+    static const std::regex integerStandard(
+        "\\b(rgb_2_yuv|yuv_2_rgb)\\s*\\([^;]*,\\s*[0-9]+[uU]?\\s*\\)");
+    if (std::regex_search(text, integerStandard)) {
+        return "an integer where a yuvCscStandardEXT is expected";
+    }
+    return "";
+}
+
 }  // namespace
 
 RewrittenShader ShaderRewriter::rewrite(const std::string& source,
-                                        const std::map<std::string, YuvSampling>& yuvSamplers) {
+                                        const std::map<std::string, YuvSampling>& yuvSamplers,
+                                        bool textsOnly) {
     RewrittenShader result;
     if (source.find("samplerExternal") == std::string::npos &&
         source.find("GL_OES_EGL_image_external") == std::string::npos &&
@@ -258,7 +306,7 @@ RewrittenShader ShaderRewriter::rewrite(const std::string& source,
         return result;
     }
     std::string text = source;
-    const Directives directives = rewriteDirectives(&text);
+    const Directives directives = rewriteDirectives(&text, textsOnly);
     result.changed = directives.changed;
 
     // Copies the text outside comments and preprocessor lines token by token, rewriting types,
@@ -367,6 +415,15 @@ RewrittenShader ShaderRewriter::rewrite(const std::string& source,
             const YuvSampling& sampling = it->second;
             out += YuvShaderCode::samplingCode(sampler.name, sampling.layout, sampling.output,
                                                sampling.conversion, directives.essl3);
+            result.changed = true;
+        }
+    }
+    if (textsOnly) {
+        const std::string violation =
+            conformanceViolation(source, directives, result.externalSamplers);
+        if (!violation.empty()) {
+            // The driver reports it as a compile error on the last line.
+            out += "\n#error " + violation + "\n";
             result.changed = true;
         }
     }

@@ -58,8 +58,13 @@ class ShaderRewriter {
 public:
     // `yuvSamplers`: the external samplers (by name) that sample YUV images; the others sample
     // packed images.
+    // `textsOnly`: follow the Khronos texts: the YUV_target built-ins offer only the colour
+    // standards of the extension's text, and what the texts refuse (an external sampler without
+    // its #extension, textureLod of one, yuv with another layout qualifier, an integer for a
+    // colour standard) fails to compile.
     static RewrittenShader rewrite(const std::string& source,
-                                   const std::map<std::string, YuvSampling>& yuvSamplers = {});
+                                   const std::map<std::string, YuvSampling>& yuvSamplers = {},
+                                   bool textsOnly = false);
 };
 
 }  // namespace hostgpu

@@ -63,6 +63,23 @@ void ShareGroup::setShader(GLuint shader, ShaderRecord record) {
     }
 }
 
+void ShareGroup::setYuvOutput(GLuint shader, bool yuvOutput) {
+    if (yuvOutput) {
+        mYuvOutputShaders.insert(shader);
+    } else {
+        mYuvOutputShaders.erase(shader);
+    }
+}
+
+void ShareGroup::linkYuvOutput(GLuint program, const std::vector<GLuint>& shaders) {
+    mYuvOutputPrograms.erase(program);
+    for (GLuint shader : shaders) {
+        if (mYuvOutputShaders.count(shader) != 0) {
+            mYuvOutputPrograms.insert(program);
+        }
+    }
+}
+
 const ShareGroup::ShaderRecord* ShareGroup::shader(GLuint shader) const {
     auto it = mShaders.find(shader);
     return it == mShaders.end() ? nullptr : &it->second;

@@ -14,6 +14,7 @@
 #include <mutex>
 #include <string>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "ImageTexture.h"
@@ -64,6 +65,10 @@ public:
     // old variants; null forgets the program). A context of the group must be current.
     void setProgram(GLuint program, std::unique_ptr<ProgramRecord> record);
     ProgramRecord* program(GLuint program);
+    // Whether a shader, and a linked program through its shaders, declares a layout(yuv) output.
+    void setYuvOutput(GLuint shader, bool yuvOutput);
+    void linkYuvOutput(GLuint program, const std::vector<GLuint>& shaders);
+    bool writesYuv(GLuint program) const { return mYuvOutputPrograms.count(program) != 0; }
 
     YuvPassPrograms& passPrograms() { return mPassPrograms; }
 
@@ -76,6 +81,8 @@ private:
     std::mutex mMutex;
     std::map<GLuint, std::unique_ptr<ImageTexture>> mImageTextures;
     std::unordered_map<GLuint, ShaderRecord> mShaders;
+    std::unordered_set<GLuint> mYuvOutputShaders;
+    std::unordered_set<GLuint> mYuvOutputPrograms;
     std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
     YuvPassPrograms mPassPrograms;
     LiveNames mBuffers{Counter::BuffersAlive};

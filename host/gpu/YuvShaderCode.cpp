@@ -44,10 +44,14 @@ std::string YuvShaderCode::chromaTransform(const std::string& name) {
     return prefixed("zelYuvChroma", name);
 }
 
-std::string YuvShaderCode::builtIns() {
-    return "const int itu_601 = 0; const int itu_601_full_range = 1; const int itu_709 = 2; "
-           "const int itu_709_full_range = 3; const int itu_2020 = 4; "
-           "const int itu_2020_full_range = 5; "
+std::string YuvShaderCode::builtIns(bool textsOnly) {
+    const std::string standards =
+        textsOnly
+            ? "const int itu_601 = 0; const int itu_601_full_range = 1; const int itu_709 = 2; "
+            : "const int itu_601 = 0; const int itu_601_full_range = 1; const int itu_709 = 2; "
+              "const int itu_709_full_range = 3; const int itu_2020 = 4; "
+              "const int itu_2020_full_range = 5; ";
+    return standards +
            "highp vec2 zelYuvKrKb(int s) { return s < 2 ? vec2(0.299, 0.114) : (s < 4 ? "
            "vec2(0.2126, 0.0722) : vec2(0.2627, 0.0593)); } "
            "highp vec3 rgb_2_yuv(highp vec3 color, int s) { highp vec2 k = zelYuvKrKb(s); "

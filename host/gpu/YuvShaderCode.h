@@ -29,8 +29,10 @@ public:
         Raw,  // the normalised codes (Y, Cb, Cr, 1): __samplerExternal2DY2YEXT
     };
 
-    // The built-ins of GL_EXT_YUV_target (ESSL 3.00 and later), one line.
-    static std::string builtIns();
+    // The built-ins of GL_EXT_YUV_target (ESSL 3.00 and later), one line. `textsOnly`: only the
+    // colour standards the extension defines (itu_601, itu_601_full_range, itu_709), not the
+    // phone drivers' further ones (itu_709_full_range, itu_2020, itu_2020_full_range).
+    static std::string builtIns(bool textsOnly = false);
 
     // Declarations and functions that follow the declaration of the external sampler `name` (one
     // line). `essl3`: the shader is ESSL 3.00 or later (texture() rather than texture2D()).

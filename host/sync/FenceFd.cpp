@@ -23,8 +23,9 @@ int64_t monotonicNs() {
     return static_cast<int64_t>(ts.tv_sec) * 1000000000 + ts.tv_nsec;
 }
 
-// The counter of an eventfd, read without consuming it; false when `fd` is not an eventfd.
-bool readCounter(int fd, uint64_t* outCount) {
+// A field of an eventfd's fdinfo ("eventfd-count:", "eventfd-id:"), read without consuming the
+// counter; false when `fd` is not an eventfd or the kernel does not report the field.
+bool readField(int fd, const char* field, uint64_t* outValue) {
     if (fd < 0) {
         return false;
     }
@@ -34,17 +35,24 @@ bool readCounter(int fd, uint64_t* outCount) {
     if (file == nullptr) {
         return false;
     }
+    const size_t length = strlen(field);
     bool found = false;
     char line[256];
     while (fgets(line, sizeof(line), file) != nullptr) {
-        if (strncmp(line, "eventfd-count:", 14) == 0) {
-            *outCount = strtoull(line + 14, nullptr, 16);
+        if (strncmp(line, field, length) == 0) {
+            // The counter is printed in hexadecimal, the id in decimal.
+            *outValue =
+                strtoull(line + length, nullptr, strcmp(field, "eventfd-id:") == 0 ? 10 : 16);
             found = true;
             break;
         }
     }
     fclose(file);
     return found;
+}
+
+bool readCounter(int fd, uint64_t* outCount) {
+    return readField(fd, "eventfd-count:", outCount);
 }
 
 std::mutex& signalMutex() {
@@ -85,6 +93,15 @@ int64_t fenceSignalTime(int fd) {
         return -1;
     }
     return count == 0 ? INT64_MAX : static_cast<int64_t>(count);
+}
+
+int64_t fenceIdentity(int fd) {
+    uint64_t id = 0;
+    if (readField(fd, "eventfd-id:", &id)) {
+        return static_cast<int64_t>(id);
+    }
+    // Kernels before 5.2 name no id: the signal time is the best identity left.
+    return fenceSignalTime(fd);
 }
 
 }  // namespace zel::host

@@ -561,6 +561,30 @@ TEST(BlitWithoutNativeFences, OnlyTheTimeOutEntryFailsAndTheDriversCodeIsReporte
     ::zel::host::resetDriverProfile();
 }
 
+TEST(BlitWithoutImages, ReportsRenderFailedAndWritesNothing) {
+    if (!::zel::host::gpuAvailable()) {
+        GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
+    }
+    // A source made per pass (CPU usage) reaches the draw even when no image can be made: the
+    // destination cannot be a render target, so the pass fails instead of drawing nowhere.
+    ASSERT_TRUE(::zel::host::setDriverProfile("fail-image"));
+    {
+        Renderer::Args args;
+        args.rendererType = Renderer::kTypeGles;
+        std::shared_ptr<Renderer> renderer = Renderer::create(args);
+        ASSERT_NE(renderer, nullptr);
+        auto src = allocateBuffer(kSize, kSize, 0x1, kCpuUsage);
+        writeRgba(*src, gradient(kSize, kSize));
+        auto dst = allocateBuffer(kSize, kSize, 0x1);
+        poisonBuffer(*dst);
+        const Rgb8 poison = readRgba(*dst).at(5, 5);
+        Buffer output = bufferOf(dst);
+        EXPECT_EQ(renderer->blit({bufferOf(src)}, output, 1000, APP_INSIDE_DEFAULT), RENDER_FAILED);
+        EXPECT_EQ(readRgba(*dst).at(5, 5).g, poison.g);
+    }
+    ::zel::host::resetDriverProfile();
+}
+
 TEST_P(Blit, NothingOutlivesTheRenderer) {
     mRenderer.reset();
     makeRenderer().reset();  // the driver keeps process-wide state after its first context
@@ -585,6 +609,8 @@ TEST_P(Blit, NothingOutlivesTheRenderer) {
     }
     mSource.clear();
     mDestination.clear();
+    // The GPU's completion thread holds a descriptor of each fence until it has signalled it.
+    ::zel::host::waitGpuIdle();
     const auto after = ::zel::host::gpuCounters();
     EXPECT_EQ(after.imagesAlive, before.imagesAlive);
     EXPECT_EQ(after.fenceFdsOpen, before.fenceFdsOpen);
@@ -592,6 +618,117 @@ TEST_P(Blit, NothingOutlivesTheRenderer) {
     EXPECT_EQ(openFdCount(), fdsBefore);
     EXPECT_EQ(::zel::host::fdsanErrorCount(), 0u);
 }
+
+// A GPU still busy when the call returns: every fence the renderer hands back is pending for a
+// while, so the paths that wait on it, time out or pass it on meet a fence that is not signalled.
+class DelayedFences : public Blit {
+protected:
+    static constexpr int kDelayMs = 100;
+
+    void SetUp() override {
+        ASSERT_TRUE(::zel::host::setDriverProfile("fence-delay=" + std::to_string(kDelayMs)));
+        Blit::SetUp();
+    }
+    void TearDown() override {
+        mRenderer.reset();
+        ::zel::host::resetDriverProfile();
+    }
+
+    bool pixelsLanded() { return imagesMatch(readRgba(*mDestination), mPicture, 0); }
+};
+
+TEST_P(DelayedFences, EveryEntryPointHandsBackAFenceThatSignalsWithThePixels) {
+    const std::vector<Buffer> inputs{source()};
+
+    // A time-out shorter than the GPU's work: TIMED_OUT, and the frame still lands.
+    Buffer dst = destination();
+    EXPECT_EQ(mRenderer->blit(inputs, dst, 1, APP_INSIDE_DEFAULT), TIMED_OUT);
+    ::zel::host::waitGpuIdle();
+    EXPECT_TRUE(pixelsLanded());
+    // Milliseconds, not seconds: a time-out longer than the work succeeds.
+    dst = destination();
+    EXPECT_EQ(mRenderer->blit(inputs, dst, 10 * kDelayMs, APP_INSIDE_DEFAULT), OK);
+    EXPECT_TRUE(pixelsLanded());
+
+    // The caller's Fence is handed back pending and signals only with the pixels in memory.
+    dst = destination();
+    android::sp<android::Fence> fence;
+    ASSERT_EQ(mRenderer->blit(inputs, dst, fence, APP_INSIDE_DEFAULT), OK);
+    ASSERT_NE(fence, nullptr);
+    EXPECT_EQ(fence->getStatus(), android::Fence::Status::Unsignaled);
+    EXPECT_EQ(fence->wait(-1), android::OK);
+    EXPECT_TRUE(pixelsLanded());
+
+    // The listener is called once, with the destination already holding the pending fence.
+    class Checker : public Listener {
+    public:
+        void onBlitDone(Buffer& output, void* data) override {
+            const android::sp<android::Fence> fence = output.texture->getFence();
+            pendingWhenCalled =
+                fence != nullptr && fence->getStatus() == android::Fence::Status::Unsignaled;
+            Listener::onBlitDone(output, data);
+        }
+        std::atomic<bool> pendingWhenCalled{false};
+    };
+    android::sp<Checker> listener = new Checker();
+    ASSERT_EQ(mRenderer->setListener(listener), OK);
+    Buffer out = destination();
+    ASSERT_EQ(mRenderer->asyncBlit(inputs, out, nullptr, APP_INSIDE_DEFAULT), OK);
+    listener->waitFor(1);
+    EXPECT_TRUE(listener->pendingWhenCalled);
+    ASSERT_NE(out.texture->getFence(), nullptr);
+    EXPECT_EQ(out.texture->getFence()->wait(-1), android::OK);
+    EXPECT_TRUE(pixelsLanded());
+    // The next frame that reads this buffer waits for its fence first.
+    Buffer next = out;
+    mSource = mDestination;
+    Buffer copy = destination();
+    EXPECT_EQ(blitOnce(next, copy), OK);
+    EXPECT_TRUE(pixelsLanded());
+    EXPECT_EQ(listener->mDone, 1);
+}
+
+TEST_P(DelayedFences, DestructionWithFencesPendingNeitherHangsNorLeaks) {
+    mRenderer.reset();
+    makeRenderer().reset();  // the driver keeps process-wide state after its first context
+    const auto before = ::zel::host::gpuCounters();
+    const size_t fdsBefore = openFdCount();
+    {
+        mRenderer = makeRenderer();
+        android::sp<Listener> listener = new Listener();
+        ASSERT_EQ(mRenderer->setListener(listener), OK);
+        const std::vector<Buffer> inputs{source()};
+        // The proxy keeps references to the outputs until it has run: they must not move.
+        Buffer outputs[3];
+        for (Buffer& output : outputs) {
+            output = destination();
+            ASSERT_EQ(mRenderer->asyncBlit(inputs, output, nullptr, APP_INSIDE_DEFAULT), OK);
+        }
+        // Submitted (the proxy drops work still queued when it goes), not complete.
+        listener->waitFor(3);
+        ASSERT_EQ(listener->mDone, 3);
+        const auto start = std::chrono::steady_clock::now();
+        mRenderer.reset();
+        // Teardown does not wait for the GPU.
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(kDelayMs));
+        EXPECT_EQ(outputs[2].texture->getFence()->wait(-1), android::OK);
+        EXPECT_TRUE(pixelsLanded());
+    }
+    mSource.clear();
+    mDestination.clear();
+    ::zel::host::waitGpuIdle();
+    const auto after = ::zel::host::gpuCounters();
+    EXPECT_EQ(after.imagesAlive, before.imagesAlive);
+    EXPECT_EQ(after.fenceFdsOpen, before.fenceFdsOpen);
+    EXPECT_EQ(openFdCount(), fdsBefore);
+    EXPECT_EQ(::zel::host::fdsanErrorCount(), 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Types, DelayedFences,
+                         ::testing::Values(Renderer::kTypeGles, Renderer::kTypeGlesThreaded),
+                         [](const ::testing::TestParamInfo<int>& info) {
+                             return info.param == Renderer::kTypeGles ? "Direct" : "Threaded";
+                         });
 
 INSTANTIATE_TEST_SUITE_P(Types, Blit,
                          ::testing::Values(Renderer::kTypeGles, Renderer::kTypeGlesThreaded),

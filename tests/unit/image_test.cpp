@@ -120,6 +120,8 @@ TEST_F(ImageTest, EachAttachReplacesTheOneEglImageAndDestructionDestroysIt) {
         EXPECT_EQ(imagesAlive(), alive + 2);
         ASSERT_TRUE(image.bindTextureImage(GL_TEXTURE0));
         EXPECT_EQ(imagesAlive(), alive + 1);
+        // The GL_TEXTURE_2D render target of an RGBA buffer goes with the Image too.
+        EXPECT_NE(image.bindTexture2D(), 0u);
     }
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, ""), 0u) << logs.dump();
     EXPECT_EQ(imagesAlive(), alive);

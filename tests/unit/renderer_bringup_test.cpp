@@ -153,6 +153,17 @@ TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
     EXPECT_EQ(contextAttrib(*renderer, EGL_CONTEXT_PRIORITY_LEVEL_IMG),
               EGL_CONTEXT_PRIORITY_LOW_IMG);
     EXPECT_EQ(contextAttrib(*renderer, EGL_PROTECTED_CONTENT_EXT), EGL_FALSE);
+
+    // A driver that keeps to the texts has no REALTIME without EGL_NV_context_priority_realtime:
+    // creation fails cleanly, with its error line.
+    renderer.reset();
+    mLogs.clear();
+    EXPECT_EQ(createWithDriver("conformant", false, Renderer::REALTIME), nullptr);
+    EXPECT_GT(mLogs.count(ANDROID_LOG_ERROR, ""), 0u);
+    EXPECT_NE(createWithDriver("conformant,+EGL_NV_context_priority_realtime", false,
+                               Renderer::REALTIME),
+              nullptr)
+        << mLogs.dump();
 }
 
 // What a renderer creation may leave behind.
@@ -173,6 +184,7 @@ std::ostream& operator<<(std::ostream& out, const LiveObjects& o) {
 }
 
 LiveObjects liveObjects() {
+    ::zel::host::waitGpuIdle();  // fences still pending hold a descriptor
     const auto counters = ::zel::host::gpuCounters();
     return {counters.contextsAlive, counters.imagesAlive, ::zel::test::openFdCount(),
             EglDisplayUsers::count(eglGetDisplay(EGL_DEFAULT_DISPLAY))};

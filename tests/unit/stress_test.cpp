@@ -242,6 +242,8 @@ void destroyWithQueuedWork() {
     check(owner != nullptr, "renderer");
     Renderer* renderer = owner.get();
     check(renderer->setListener(listenerRef) == OK, "setListener");
+    // The GPU layer's completion thread starts with the first fence: start it before counting.
+    check(blitsCorrectly(*renderer), "a first blit");
     const LiveResources before = LiveResources::now();
 
     // The first blit holds the worker: its source's producer fence is not signalled yet.

@@ -137,6 +137,8 @@ size_t threadCount() {
 }
 
 LiveResources LiveResources::now() {
+    // Fences still pending hold a descriptor in the GPU layer's completion thread.
+    ::zel::host::waitGpuIdle();
     const ::zel::host::GpuCounters counters = ::zel::host::gpuCounters();
     LiveResources live;
     live.contexts = counters.contextsAlive;

@@ -107,7 +107,12 @@ std::string gpuUnavailableReason();
 
 /*
  * Driver profiles: what the emulated Android driver offers, so that tests can play the drivers of
- * different phones. The default profile is the full driver.
+ * different phones. The default profile is the phone-driver superset: what the drivers the
+ * library is written for accept, which is more than the Khronos texts of their extensions allow
+ * (the colour standards itu_709_full_range, itu_2020 and itu_2020_full_range in GL_EXT_YUV_target,
+ * __samplerExternal2DY2YEXT sampling RGBA images, RGBA images as external render targets, context
+ * priority and protected-content attributes whether or not their extensions are advertised). The
+ * switch conformant follows the texts instead.
  *
  * A profile applies to what is created after it is set: a display takes the profile in force when
  * eglInitialize brings it up (its extension string, config list and the image and fence
@@ -147,6 +152,22 @@ std::string gpuUnavailableReason();
  *   no-display             eglGetDisplay answers EGL_NO_DISPLAY (checked at each call)
  *   fence-never-signals    native fences are created (rendering still reaches memory) but never
  *                          signal: a hung GPU
+ *   conformant             follow the Khronos texts: GL_EXT_YUV_target offers only itu_601,
+ *                          itu_601_full_range and itu_709; a draw that samples an RGBA image
+ *                          through __samplerExternal2DY2YEXT fails with GL_INVALID_OPERATION;
+ *                          EGL_CONTEXT_PRIORITY_LEVEL_IMG needs EGL_IMG_context_priority (and
+ *                          REALTIME EGL_NV_context_priority_realtime), EGL_PROTECTED_CONTENT_EXT
+ *                          needs EGL_EXT_protected_content, on a pbuffer also
+ *                          EGL_EXT_protected_surface (else EGL_BAD_ATTRIBUTE); a protected image
+ *                          of a buffer that is not protected fails with EGL_BAD_ACCESS
+ *   fence-delay=MS         native fences of flushed work signal MS milliseconds after the flush
+ *                          (a GPU still busy), so that every client fence path meets a fence that
+ *                          is not signalled yet
+ *
+ * In every profile a native fence made for GPU work is unsignalled when made, has a descriptor
+ * only after a flush, and is signalled by a thread of the layer once the work is in buffer memory
+ * (never before the call that made it returns to a caller who could see it signalled early);
+ * eglWaitSyncKHR does not block the calling thread.
  */
 struct DriverProfile {
     std::vector<std::string> removedEglExtensions;
@@ -167,6 +188,8 @@ struct DriverProfile {
     bool failTextureStorage = false;
     bool fenceNeverSignals = false;
     bool noDisplay = false;
+    unsigned fenceDelayMs = 0;
+    bool conformant = false;
 };
 
 // Parses ZEL_HOST_DRIVER syntax into a profile (starting from the default one). False, with the
@@ -184,6 +207,9 @@ DriverProfile driverProfile();
 
 // Back to the profile of ZEL_HOST_DRIVER (the full driver when it is not set).
 void resetDriverProfile();
+
+// Blocks until every native fence of work flushed so far has been signalled (the GPU is idle).
+void waitGpuIdle();
 
 }  // namespace host
 }  // namespace zel

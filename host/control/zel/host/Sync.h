@@ -25,6 +25,10 @@ int signalFenceFd(int fd);
 // pending; -1 when `fd` is not a host fence.
 int64_t fenceSignalTime(int fd);
 
+// A number that tells host fences apart for as long as they exist, whatever descriptor refers to
+// them (duplicates share it); -1 when `fd` is not a host fence.
+int64_t fenceIdentity(int fd);
+
 // fdsan reports since the start of the process (or the last reset): closes and tag exchanges by
 // the wrong owner, plain close() of an owned descriptor, double closes.
 uint64_t fdsanErrorCount();
