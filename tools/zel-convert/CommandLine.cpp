@@ -159,6 +159,8 @@ ToolError CommandLine::parse(int argc, char** argv, Options* options, bool* help
     app.add_flag("--stats", options->stats, "per-frame times, fps and GPU counters on stderr");
     app.add_option("--trace", options->traceFile, "write a Chrome/Perfetto JSON trace");
     app.add_flag("--no-progress", noProgress, "no progress line on a terminal");
+    app.add_flag("-v,--verbose", options->verbose,
+                 "show the library's debug and info lines (default: warnings and errors)");
     app.add_option("--demo", options->demoDir, "run the built-in example into DIR");
     app.add_flag("--list-formats", options->listFormats, "print the pixel formats");
     try {

@@ -55,6 +55,7 @@ struct Options {
     std::string demoDir;
     bool listFormats = false;
     bool progress = true;
+    bool verbose = false;  // the library's debug and info lines on stderr too
 };
 
 }  // namespace zel::convert

@@ -3,6 +3,8 @@
 // bad usage or bad input.
 #include <cstdio>
 
+#include <android/log.h>
+
 #include "CommandLine.h"
 #include "Demo.h"
 #include "StreamRunner.h"
@@ -13,6 +15,10 @@ int main(int argc, char** argv) {
     bool helpShown = false;
     ToolError error = CommandLine::parse(argc, argv, &options, &helpShown);
     if (!error && !helpShown) {
+        // The library's debug and info lines would bury the tool's own output.
+        if (!options.verbose) {
+            __android_log_set_minimum_priority(ANDROID_LOG_WARN);
+        }
         if (options.listFormats) {
             std::printf("%s", CommandLine::formatList().c_str());
         } else if (!options.demoDir.empty()) {
