@@ -13,7 +13,7 @@ packages=(
     libegl-dev libgles-dev libegl-mesa0 libgl1-mesa-dri libgbm1
     googletest libgtest-dev libbenchmark-dev
     ffmpeg clang-14 libfuzzer-14-dev
-    libcli11-dev libspng-dev libyuv-dev libfreetype-dev fonts-dejavu-core
+    libcli11-dev libspng-dev libyuv-dev libfreetype-dev fonts-dejavu-core valgrind
 )
 missing=()
 for p in "${packages[@]}"; do
