@@ -1,5 +1,7 @@
 #include "ImageTexture.h"
 
+#include <utility>
+
 #include "Counters.h"
 #include "MesaDriver.h"
 #include "SavedGlState.h"
@@ -46,6 +48,15 @@ void clientFormatOf(GLenum internalFormat, GLenum* format, GLenum* type) {
 }  // namespace
 
 ImageTexture::ImageTexture(std::shared_ptr<NativeBufferImage> image) : mImage(std::move(image)) {}
+
+ImageTexture::ImageTexture(std::shared_ptr<NativeBufferImage> image, Storage storage)
+    : mImage(std::move(image)),
+      mPlanes{storage.planes[0], storage.planes[1], storage.planes[2]},
+      mIntermediate(storage.intermediate),
+      mReadBack(storage.readBack),
+      mLumaBytes(storage.lumaBytes),
+      mGeneration(storage.generation),
+      mTargetGeneration(storage.targetGeneration) {}
 
 void ImageTexture::retarget(std::shared_ptr<NativeBufferImage> image) {
     const NativeBufferImage& old = *mImage;
@@ -316,14 +327,26 @@ void ImageTexture::applySampling(uint32_t plane, const GLint parameters[4]) {
     }
 }
 
-std::vector<GLuint> ImageTexture::releaseTextures() {
+ImageTexture::Storage ImageTexture::releaseStorage() {
+    Storage storage;
+    for (uint32_t plane = 0; plane < 3; ++plane) {
+        storage.planes[plane] = std::exchange(mPlanes[plane], Texture());
+    }
+    storage.intermediate = std::exchange(mIntermediate, Texture());
+    storage.readBack = std::exchange(mReadBack, Texture());
+    storage.lumaBytes = std::exchange(mLumaBytes, Texture());
+    storage.generation = std::exchange(mGeneration, 0);
+    storage.targetGeneration = std::exchange(mTargetGeneration, 0);
+    return storage;
+}
+
+std::vector<GLuint> ImageTexture::Storage::names() const {
     std::vector<GLuint> names;
-    for (Texture* texture :
-         {&mPlanes[0], &mPlanes[1], &mPlanes[2], &mIntermediate, &mReadBack, &mLumaBytes}) {
+    for (const Texture* texture :
+         {&planes[0], &planes[1], &planes[2], &intermediate, &readBack, &lumaBytes}) {
         if (texture->name != 0) {
             names.push_back(texture->name);
         }
-        *texture = Texture();
     }
     return names;
 }

@@ -36,7 +36,30 @@ namespace hostgpu {
 
 class ImageTexture {
 public:
+    struct Texture {
+        GLuint name = 0;
+        bool allocated = false;
+        GLint sampling[4] = {};  // min filter, mag filter, wrap s, wrap t last applied
+    };
+    // The driver textures of an image and the content generations they hold. GL storage belongs
+    // to the allocation: when the client deletes its texture the storage is kept (ShareGroup) and
+    // handed to the next texture of an image of the same allocation, crop and format, which then
+    // needs no new storage (a driver clears fresh storage) and no upload while memory is
+    // unchanged.
+    struct Storage {
+        Texture planes[3];
+        Texture intermediate;
+        Texture readBack;
+        Texture lumaBytes;
+        uint64_t generation = 0;
+        uint64_t targetGeneration = 0;
+        std::vector<GLuint> names() const;
+    };
+
     explicit ImageTexture(std::shared_ptr<NativeBufferImage> image);
+    // Takes over storage left by an earlier texture of an image with the same allocation, crop
+    // and format (no rendering pending in it).
+    ImageTexture(std::shared_ptr<NativeBufferImage> image, Storage storage);
     ImageTexture(const ImageTexture&) = delete;
     ImageTexture& operator=(const ImageTexture&) = delete;
 
@@ -71,16 +94,11 @@ public:
     // it on GL_TEXTURE_2D of the active unit.
     void applySampling(uint32_t plane, const GLint parameters[4]);
 
-    // Hands over the driver texture names made so far, for deletion.
-    std::vector<GLuint> releaseTextures();
+    // Hands over the driver textures made so far and the generations they hold (write back any
+    // pending rendering first).
+    Storage releaseStorage();
 
 private:
-    struct Texture {
-        GLuint name = 0;
-        bool allocated = false;
-        GLint sampling[4] = {};  // min filter, mag filter, wrap s, wrap t last applied
-    };
-
     void allocate(Texture& texture, GLenum internalFormat, uint32_t width, uint32_t height,
                   bool opaque);
     void allocatePlanes();

@@ -43,6 +43,8 @@ public:
     bool isProtected() const { return mProtected; }
     // The allocation behind the buffer: images of one buffer share it.
     uint64_t bufferId() const { return mMemory.bufferId(); }
+    // Expires with the allocation (not held alive by it).
+    std::weak_ptr<const void> lifetime() const { return mMemory.lifetime(); }
 
     // The first byte of the crop rectangle in plane `plane`, and the bytes between its rows.
     uint8_t* planeData(uint32_t plane) const;

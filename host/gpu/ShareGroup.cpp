@@ -1,5 +1,7 @@
 #include "ShareGroup.h"
 
+#include <algorithm>
+
 #include "Counters.h"
 #include "MesaDriver.h"
 
@@ -17,7 +19,20 @@ ImageTexture& ShareGroup::target(GLuint clientTexture, std::shared_ptr<NativeBuf
                                  const PassResources& resources) {
     std::unique_ptr<ImageTexture>& entry = mImageTextures[clientTexture];
     if (!entry) {
-        entry = std::make_unique<ImageTexture>(std::move(image));
+        dropFreedStorage();
+        const NativeBufferImage::Crop& crop = image->crop();
+        auto kept = std::find_if(mKept.begin(), mKept.end(), [&](const KeptStorage& candidate) {
+            return candidate.bufferId == image->bufferId() &&
+                   candidate.format == &image->format() && candidate.crop.left == crop.left &&
+                   candidate.crop.top == crop.top && candidate.crop.width == crop.width &&
+                   candidate.crop.height == crop.height;
+        });
+        if (kept == mKept.end()) {
+            entry = std::make_unique<ImageTexture>(std::move(image));
+        } else {
+            entry = std::make_unique<ImageTexture>(std::move(image), std::move(kept->storage));
+            mKept.erase(kept);
+        }
     } else if (&entry->image() != image.get()) {
         entry->writeBack(resources);
         entry->retarget(std::move(image));
@@ -33,12 +48,39 @@ void ShareGroup::forget(GLsizei count, const GLuint* clientTextures,
             continue;
         }
         it->second->writeBack(resources);
-        const std::vector<GLuint> textures = it->second->releaseTextures();
-        if (!textures.empty()) {
-            mesa().glDeleteTextures(static_cast<GLsizei>(textures.size()), textures.data());
-        }
+        const NativeBufferImage& image = it->second->image();
+        KeptStorage kept{image.bufferId(), &image.format(), image.crop(), image.lifetime(),
+                         it->second->releaseStorage()};
         mImageTextures.erase(it);
+        if (kept.allocation.expired()) {
+            deleteStorage(kept.storage);
+            continue;
+        }
+        mKept.push_back(std::move(kept));
+        if (mKept.size() > kKeptStorageCap) {
+            deleteStorage(mKept.front().storage);
+            mKept.erase(mKept.begin());
+        }
     }
+    dropFreedStorage();
+}
+
+void ShareGroup::deleteStorage(const ImageTexture::Storage& storage) {
+    const std::vector<GLuint> textures = storage.names();
+    if (!textures.empty()) {
+        mesa().glDeleteTextures(static_cast<GLsizei>(textures.size()), textures.data());
+    }
+}
+
+void ShareGroup::dropFreedStorage() {
+    auto freed = std::remove_if(mKept.begin(), mKept.end(), [](const KeptStorage& kept) {
+        if (!kept.allocation.expired()) {
+            return false;
+        }
+        deleteStorage(kept.storage);
+        return true;
+    });
+    mKept.erase(freed, mKept.end());
 }
 
 size_t ShareGroup::writeBack(const PassResources& resources, uint64_t bufferId,

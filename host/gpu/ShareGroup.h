@@ -49,8 +49,9 @@ public:
     // still pending in the texture's previous image.
     ImageTexture& target(GLuint clientTexture, std::shared_ptr<NativeBufferImage> image,
                          const PassResources& resources);
-    // The client deleted these textures: their driver textures go too (after a pending
-    // write-back).
+    // The client deleted these textures: after a pending write-back their driver textures are kept
+    // for the next texture of the same allocation (see ImageTexture::Storage), until the
+    // allocation is freed or more than kKeptStorageCap are kept (least recently kept first).
     void forget(GLsizei count, const GLuint* clientTextures, const PassResources& resources);
 
     // Writes back every texture with rendering pending; with `bufferId` non-zero only those of that
@@ -78,7 +79,21 @@ public:
     LiveNames& programs() { return mProgramNames; }
 
 private:
+    static constexpr size_t kKeptStorageCap = 64;
+    // Driver textures whose client texture was deleted, kept for their allocation.
+    struct KeptStorage {
+        uint64_t bufferId = 0;
+        const ImageFormat* format = nullptr;
+        NativeBufferImage::Crop crop;
+        std::weak_ptr<const void> allocation;
+        ImageTexture::Storage storage;
+    };
+    // Deletes kept storage whose allocation is gone.
+    void dropFreedStorage();
+    static void deleteStorage(const ImageTexture::Storage& storage);
+
     std::mutex mMutex;
+    std::vector<KeptStorage> mKept;  // least recently kept first
     std::map<GLuint, std::unique_ptr<ImageTexture>> mImageTextures;
     std::unordered_map<GLuint, ShaderRecord> mShaders;
     std::unordered_set<GLuint> mYuvOutputShaders;

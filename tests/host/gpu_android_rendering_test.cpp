@@ -248,6 +248,34 @@ TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered)
     const PixelFunction green = [](int, int) { return Rgb8{0, 255, 0, 255}; };
     EXPECT_TRUE(holds(second, green));
     EXPECT_TRUE(holds(first, green));
+
+    // A fresh image and texture of `second` for each frame, the old texture deleted, as the
+    // library does with destinations: the GPU copy stays with the allocation, so rendering into
+    // the new texture uploads nothing while memory is unchanged and keeps the pixels the draw
+    // does not cover; once the CPU writes the buffer the next texture of it uploads again.
+    fill(first, pattern);
+    GLuint destination = renderSecond;
+    for (const bool cpuWrote : {false, true}) {
+        const PixelFunction& right = cpuWrote ? PixelFunction(poison) : green;
+        const PixelFunction leftHalf = [&](int x, int y) {
+            return x < size / 2 ? pattern(2 * x + 1, y) : right(x, y);  // squeezed, nearest
+        };
+        if (cpuWrote) {
+            fill(second, poison);
+        }
+        glDeleteTextures(1, &destination);
+        destination = externalTexture(createImage(second), GL_TEXTURE2);
+        const uint64_t uploads = counters().uploads;
+        glBindFramebuffer(GL_FRAMEBUFFER, renderTarget(destination, size / 2, size));
+        glActiveTexture(GL_TEXTURE1);
+        glBindTexture(GL_TEXTURE_EXTERNAL_OES, sampleFirst);
+        program.draw();
+        // The source once (the CPU wrote it), the destination only after the CPU wrote it.
+        EXPECT_EQ(counters().uploads, uploads + (cpuWrote ? 2 : 1)) << cpuWrote;
+        glFinish();
+        EXPECT_TRUE(holds(second, leftHalf)) << cpuWrote;
+        fill(first, pattern);
+    }
 }
 
 TEST_F(AndroidRendering, ProtectedBuffersOnlyGoIntoProtectedImagesAndContexts) {

@@ -100,6 +100,8 @@ public:
     size_t size() const;    // bytes of image data, all layers
     const BufferLayout& layout() const;
     uint64_t bufferId() const;  // the allocation id (bufmeta BUFMETA_GET_BUFFER_ID)
+    // Expires when the allocation is freed (its last handle and mapping gone).
+    std::weak_ptr<const void> lifetime() const { return mAllocation; }
 
     // The content generation (see contentGeneration() below), and a bump for writers other than
     // CPU locks (the GPU layer after a write-back); returns the new generation.
