@@ -617,7 +617,7 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
                                    android::Rect::INVALID_RECT, mProtectedContext);
     dstImage.bindTextureImage(GL_TEXTURE2);
 
-    if (ZEL_debug_dump) {
+    if (debugDump()) {
         createBufferChecker();
         ZEL_LOGD1("mDebugDetect %d", mDebugDetect ? 1 : 0);
         srcTexture.DumpBuffer("in");
@@ -660,7 +660,7 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
         ZEL_LOGE("drawMesh failed");
         result = RENDER_FAILED;
     } else {
-        if (ZEL_debug_dump) {
+        if (debugDump()) {
             glFinish();
             ZEL_CHECK_GL();
             const std::string path = dstTexture.DumpBuffer("out");

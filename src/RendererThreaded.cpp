@@ -67,7 +67,8 @@ RendererThreaded::~RendererThreaded() {
             mThread.join();
         }
     }
-    // The inner renderer, and its EGL context, goes on this thread.
+    // The worker released the inner renderer before it ended; this only matters when the
+    // worker never ran.
     mRenderer.reset();
 }
 
@@ -111,6 +112,11 @@ void RendererThreaded::threadMain(Factory factory) {
         std::unique_lock<std::mutex> lock(mQueueMutex);
         mQueueCond.wait(lock, [this] { return !mRunning || !mTaskQueue.empty(); });
     }
+    // The inner renderer goes here, on the thread where its EGL context is current. Torn down on
+    // the destroying thread instead, its cached images' textures would be deleted with no context
+    // current, and the context, still current on this thread after it ended, would never be
+    // freed by EGL.
+    mRenderer.reset();
 }
 
 Status RendererThreaded::setSchedFifo(bool enable, int priority) {
