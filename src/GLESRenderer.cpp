@@ -796,6 +796,26 @@ void GLESRenderer::applySourceTransform(const BufferSettings& settings,
     }
 }
 
+namespace {
+
+// A buffer the pass can bind: a texture that wraps a graphic buffer with a handle. A texture
+// made with size 0, or around a null buffer or handle, has none.
+bool hasGraphicBuffer(const Buffer& buffer, const char* role) {
+    const ExternalTexture* texture = buffer.texture.get();
+    if (texture == nullptr) {
+        ZEL_LOGE("%s buffer has no texture", role);
+        return false;
+    }
+    const android::sp<android::GraphicBuffer>& graphicBuffer = texture->getGraphicBuffer();
+    if (graphicBuffer == nullptr || graphicBuffer->getNativeBuffer()->handle == nullptr) {
+        ZEL_LOGE("%s texture has no graphic buffer", role);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
                           android::base::unique_fd* fence, AppInside appId) {
     ZEL_TRACE_NAME("blit");
@@ -814,6 +834,9 @@ Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
     if (mDescription.mDualSource) {
         // No source: nothing to wait on and nothing to draw.
         return OK;
+    }
+    if (!hasGraphicBuffer(inputs[0], "src") || !hasGraphicBuffer(output, "dst")) {
+        return BAD_VALUE;
     }
     wait(inputs[0]);
     ZEL_TRACE_NAME("convert_source0");
