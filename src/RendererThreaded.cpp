@@ -134,10 +134,12 @@ void RendererThreaded::waitUntilInitialized() const {
 Status RendererThreaded::runQueued(std::promise<Status>& promise, Task task) {
     std::future<Status> result = promise.get_future();
     {
+        // Notifying under the lock: once the task is queued the caller touches no member after
+        // the destructor may have taken the lock, so dropping a queued task is safe.
         std::lock_guard<std::mutex> lock(mQueueMutex);
         mTaskQueue.push_back(std::move(task));
+        mQueueCond.notify_one();
     }
-    mQueueCond.notify_one();
     return result.get();
 }
 

@@ -176,9 +176,10 @@ TEST(RendererThreaded, DestructionFinishesTheTaskInHandAndDropsTheRest) {
     inner->waitHeld();
 
     // A second task queued behind it; its caller blocks for good once the task is dropped.
-    std::thread queued([&] {
+    RendererThreaded* raw = proxy.get();
+    std::thread queued([raw] {
         uint32_t other = 0;
-        proxy->genTexture(&other, 2, 1, 0, 0, nullptr);
+        raw->genTexture(&other, 2, 1, 0, 0, nullptr);
     });
     std::this_thread::sleep_for(50ms);
     queued.detach();
