@@ -55,21 +55,17 @@ RendererThreaded::RendererThreaded(Factory factory, const Renderer::Args& args) 
 }
 
 RendererThreaded::~RendererThreaded() {
+    ZEL_TRACE_NAME("~RendererThreaded");
+    mRunning = false;
     {
-        ZEL_TRACE_NAME("~RendererThreaded");
-        mRunning = false;
-        {
-            // Taking the lock orders the store against a worker that is about to wait.
-            std::lock_guard<std::mutex> lock(mQueueMutex);
-        }
-        mQueueCond.notify_one();
-        if (mThread.joinable()) {
-            mThread.join();
-        }
+        // Taking the lock orders the store against a worker that is about to wait.
+        std::lock_guard<std::mutex> lock(mQueueMutex);
     }
-    // The worker released the inner renderer before it ended; this only matters when the
-    // worker never ran.
-    mRenderer.reset();
+    mQueueCond.notify_one();
+    // The worker releases the inner renderer before it ends.
+    if (mThread.joinable()) {
+        mThread.join();
+    }
 }
 
 void RendererThreaded::threadMain(Factory factory) {
