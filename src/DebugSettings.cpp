@@ -56,14 +56,17 @@ int readIntProperty(const char* key, const char* defaultValue) {
 }  // namespace
 
 void loadDebugProperties() {
-    ZEL_debug_level = readIntProperty(kLogLevelProperty, "1");
-    ZEL_LOGD("%s %d", kLogLevelProperty, ZEL_debug_level);
+    const int32_t level = readIntProperty(kLogLevelProperty, "1");
+    __atomic_store_n(&ZEL_debug_level, level, __ATOMIC_RELAXED);
+    ZEL_LOGD("%s %d", kLogLevelProperty, level);
 
-    ZEL_debug_dump = readIntProperty(kDumpProperty, "0") != 0;
-    ZEL_LOGD("%s %d", kDumpProperty, ZEL_debug_dump ? 1 : 0);
+    const bool dump = readIntProperty(kDumpProperty, "0") != 0;
+    __atomic_store_n(&ZEL_debug_dump, dump, __ATOMIC_RELAXED);
+    ZEL_LOGD("%s %d", kDumpProperty, dump ? 1 : 0);
 
-    ZEL_debug_trace = readIntProperty(kSystraceProperty, "0") != 0;
-    ZEL_LOGD("%s %d", kSystraceProperty, ZEL_debug_trace ? 1 : 0);
+    const bool trace = readIntProperty(kSystraceProperty, "0") != 0;
+    __atomic_store_n(&ZEL_debug_trace, trace, __ATOMIC_RELAXED);
+    ZEL_LOGD("%s %d", kSystraceProperty, trace ? 1 : 0);
 }
 
 }  // namespace zel

@@ -691,7 +691,7 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
         return RENDER_FAILED;
     }
 
-    if (ZEL_debug_dump) {
+    if (debugDump()) {
         createBufferChecker();
         ZEL_LOGD1("mDebugDetect %d", mDebugDetect ? 1 : 0);
         srcTexture.DumpBuffer("in");
@@ -740,7 +740,7 @@ Status GLESRenderer::convert(const Buffer& src, Buffer& dst, android::base::uniq
         ZEL_LOGE("drawMesh failed");
         result = RENDER_FAILED;
     } else {
-        if (ZEL_debug_dump) {
+        if (debugDump()) {
             glFinish();
             ZEL_CHECK_GL();
             const std::string path = dstTexture.DumpBuffer("out");
@@ -966,6 +966,26 @@ void GLESRenderer::applySourceTransform(const BufferSettings& settings,
     }
 }
 
+namespace {
+
+// A buffer the pass can bind: a texture that wraps a graphic buffer with a handle. A texture
+// made with size 0, or around a null buffer or handle, has none.
+bool hasGraphicBuffer(const Buffer& buffer, const char* role) {
+    const ExternalTexture* texture = buffer.texture.get();
+    if (texture == nullptr) {
+        ZEL_LOGE("%s buffer has no texture", role);
+        return false;
+    }
+    const android::sp<android::GraphicBuffer>& graphicBuffer = texture->getGraphicBuffer();
+    if (graphicBuffer == nullptr || graphicBuffer->getNativeBuffer()->handle == nullptr) {
+        ZEL_LOGE("%s texture has no graphic buffer", role);
+        return false;
+    }
+    return true;
+}
+
+}  // namespace
+
 Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
                           android::base::unique_fd* fence, AppInside appId) {
     ZEL_TRACE_NAME("blit");
@@ -984,6 +1004,9 @@ Status GLESRenderer::blit(const std::vector<Buffer>& inputs, Buffer& output,
     if (mDescription.mDualSource) {
         // No source: nothing to wait on and nothing to draw.
         return OK;
+    }
+    if (!hasGraphicBuffer(inputs[0], "src") || !hasGraphicBuffer(output, "dst")) {
+        return BAD_VALUE;
     }
     wait(inputs[0]);
     ZEL_TRACE_NAME("convert_source0");

@@ -9,7 +9,7 @@
 
 #include <log/log.h>
 
-#include <zel/Debug.h>
+#include "DebugSettings.h"
 
 #define ZEL_LOG_TAG "ZEL"
 
@@ -23,7 +23,7 @@
 // Debug line printed from level 2 on.
 #define ZEL_LOGD(fmt, ...)                                        \
     do {                                                          \
-        if (ZEL_debug_level >= 2) {                               \
+        if (::kav::zel::debugLevel() >= 2) {                      \
             ZEL_LOG_PRINT(ANDROID_LOG_DEBUG, fmt, ##__VA_ARGS__); \
         }                                                         \
     } while (0)
@@ -31,7 +31,7 @@
 // Debug line printed from level 1 on, so at the default level too.
 #define ZEL_LOGD1(fmt, ...)                                       \
     do {                                                          \
-        if (ZEL_debug_level >= 1) {                               \
+        if (::kav::zel::debugLevel() >= 1) {                      \
             ZEL_LOG_PRINT(ANDROID_LOG_DEBUG, fmt, ##__VA_ARGS__); \
         }                                                         \
     } while (0)

@@ -8,19 +8,21 @@ namespace kav {
 namespace zel {
 
 std::shared_ptr<Renderer> Renderer::create(const Args& args) {
-    std::shared_ptr<Renderer> renderer;
     if (args.rendererType == kTypeGlesThreaded) {
         ZEL_LOGD("GLES Renderer Threaded");
         RendererThreaded::Factory factory = [](const Renderer::Args& innerArgs) {
             return std::shared_ptr<Renderer>(GLESRenderer::create(innerArgs));
         };
-        renderer = RendererThreaded::create(std::move(factory), args);
-    } else if (args.rendererType == kTypeGles) {
-        ZEL_LOGD("GLES Renderer");
-        renderer = GLESRenderer::create(args);
-    } else {
-        return renderer;
+        // The threaded renderer takes type, priority and protection in its constructor, before
+        // its worker starts and reads them to build the inner renderer: writing them again here
+        // would race with that worker.
+        return RendererThreaded::create(std::move(factory), args);
     }
+    if (args.rendererType != kTypeGles) {
+        return nullptr;
+    }
+    ZEL_LOGD("GLES Renderer");
+    std::shared_ptr<Renderer> renderer = GLESRenderer::create(args);
     if (renderer) {
         renderer->mRendererType = args.rendererType;
         renderer->mContextPriority = args.contextPriority;

@@ -55,20 +55,17 @@ RendererThreaded::RendererThreaded(Factory factory, const Renderer::Args& args) 
 }
 
 RendererThreaded::~RendererThreaded() {
+    ZEL_TRACE_NAME("~RendererThreaded");
+    mRunning = false;
     {
-        ZEL_TRACE_NAME("~RendererThreaded");
-        mRunning = false;
-        {
-            // Taking the lock orders the store against a worker that is about to wait.
-            std::lock_guard<std::mutex> lock(mQueueMutex);
-        }
-        mQueueCond.notify_one();
-        if (mThread.joinable()) {
-            mThread.join();
-        }
+        // Taking the lock orders the store against a worker that is about to wait.
+        std::lock_guard<std::mutex> lock(mQueueMutex);
     }
-    // The inner renderer, and its EGL context, goes on this thread.
-    mRenderer.reset();
+    mQueueCond.notify_one();
+    // The worker releases the inner renderer before it ends.
+    if (mThread.joinable()) {
+        mThread.join();
+    }
 }
 
 void RendererThreaded::threadMain(Factory factory) {
@@ -111,6 +108,11 @@ void RendererThreaded::threadMain(Factory factory) {
         std::unique_lock<std::mutex> lock(mQueueMutex);
         mQueueCond.wait(lock, [this] { return !mRunning || !mTaskQueue.empty(); });
     }
+    // The inner renderer goes here, on the thread where its EGL context is current. Torn down on
+    // the destroying thread instead, its cached images' textures would be deleted with no context
+    // current, and the context, still current on this thread after it ended, would never be
+    // freed by EGL.
+    mRenderer.reset();
 }
 
 Status RendererThreaded::setSchedFifo(bool enable, int priority) {
@@ -128,10 +130,12 @@ void RendererThreaded::waitUntilInitialized() const {
 Status RendererThreaded::runQueued(std::promise<Status>& promise, Task task) {
     std::future<Status> result = promise.get_future();
     {
+        // Notifying under the lock: once the task is queued the caller touches no member after
+        // the destructor may have taken the lock, so dropping a queued task is safe.
         std::lock_guard<std::mutex> lock(mQueueMutex);
         mTaskQueue.push_back(std::move(task));
+        mQueueCond.notify_one();
     }
-    mQueueCond.notify_one();
     return result.get();
 }
 

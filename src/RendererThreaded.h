@@ -33,8 +33,8 @@ public:
     // Starts the worker; does not wait for the inner renderer. Throws std::system_error
     // "thread constructor failed" when the thread cannot be created.
     RendererThreaded(Factory factory, const Renderer::Args& args);
-    // Finishes the task in hand, drops queued tasks unrun, joins the worker and releases the
-    // inner renderer on the calling thread.
+    // Finishes the task in hand, drops queued tasks unrun and joins the worker, which releases
+    // the inner renderer where its EGL context is current.
     ~RendererThreaded() override;
 
     // SCHED_FIFO at priority for the calling thread, or SCHED_OTHER when enable is false.

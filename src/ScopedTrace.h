@@ -7,14 +7,14 @@
 
 #include <cutils/trace.h>
 
-#include <zel/Debug.h>
+#include "DebugSettings.h"
 
 namespace kav {
 namespace zel {
 
 class ScopedTrace {
 public:
-    explicit ScopedTrace(const char* name) : mTracing(ZEL_debug_trace) {
+    explicit ScopedTrace(const char* name) : mTracing(debugTrace()) {
         if (mTracing) {
             atrace_begin(ATRACE_TAG_ALWAYS, name);
         }

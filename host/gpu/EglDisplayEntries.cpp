@@ -66,6 +66,7 @@ EGLBoolean EGLAPIENTRY eglInitialize(EGLDisplay dpy, EGLint* major, EGLint* mino
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglInitialize(dpy, major, minor);
     if (result) {
+        zel::hostgpu::MesaDriver::keepDriverModulesLoaded();
         DisplayRegistry::instance().obtain(dpy).addInitialization();
         Counters::add(Counter::DisplaysInitialized);
     }

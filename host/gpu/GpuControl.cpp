@@ -45,6 +45,7 @@ Availability probe() {
                  driver.library().c_str(), static_cast<unsigned>(hostgpu::mesa().eglGetError()));
         return {false, reason};
     }
+    hostgpu::MesaDriver::keepDriverModulesLoaded();
     return {true, ""};
 }
 

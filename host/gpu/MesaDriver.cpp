@@ -1,9 +1,12 @@
 #include "MesaDriver.h"
 
 #include <dlfcn.h>
+#include <link.h>
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <mutex>
 
 namespace zel {
 namespace hostgpu {
@@ -30,7 +33,32 @@ __eglMustCastToProperFunctionPointerType resolve(const char* name, void* context
     return function;
 }
 
+// Mesa's DRI drivers (swrast_dri.so and its kin) and, in newer releases, the gallium library
+// they share.
+bool isDriverModule(const char* path) {
+    return strstr(path, "_dri.so") != nullptr || strstr(path, "/libgallium") != nullptr;
+}
+
+int pinDriverModule(dl_phdr_info* info, size_t /*size*/, void* /*context*/) {
+    if (info->dlpi_name != nullptr && isDriverModule(info->dlpi_name)) {
+        // RTLD_NODELETE on a module already loaded makes it permanent; the extra reference this
+        // takes is never dropped on purpose.
+        dlopen(info->dlpi_name, RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+    }
+    return 0;
+}
+
 }  // namespace
+
+void MesaDriver::keepDriverModulesLoaded() {
+    // Mesa unloads its DRI driver when the last display is terminated and loads it again (with
+    // LLVM's initialisation) on the next eglInitialize. The driver keeps allocations reachable
+    // only from its own globals, so unloading it turns them into leaks and every renderer
+    // created after a terminate pays the load again. The driver stays loaded instead, like the
+    // EGL library itself.
+    static std::once_flag once;
+    std::call_once(once, [] { dl_iterate_phdr(pinDriverModule, nullptr); });
+}
 
 const MesaDriver& MesaDriver::instance() {
     // Never destroyed: entry points may still be called while the process exits.

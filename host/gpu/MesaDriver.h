@@ -31,6 +31,10 @@ public:
     // How many exported functions the driver does not provide (they fail like stand-ins).
     size_t missingFunctions() const { return mMissingFunctions; }
 
+    // Keeps the driver modules that an eglInitialize loaded (Mesa's DRI driver) loaded for the
+    // life of the process. Call after every successful eglInitialize; the work is done once.
+    static void keepDriverModulesLoaded();
+
     MesaDriver(const MesaDriver&) = delete;
     MesaDriver& operator=(const MesaDriver&) = delete;
 

@@ -307,6 +307,21 @@ TEST_P(Blit, RequestsItDoesNotServeGetTheirStatus) {
     EXPECT_EQ(mRenderer->blit({src}, rgbxOut, 1000, APP_INSIDE_DEFAULT), UNSUPPORTED_FORMAT);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src supportFormat not support"), 1u);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst supportFormat not support"), 1u);
+
+    // A texture that never got a buffer (size 0), or none at all, on either side is refused
+    // before anything touches it.
+    const Buffer empty{std::make_shared<ExternalTexture>(0, 0, 0x1, 0, nullptr, 0), nullptr};
+    Buffer emptyOut = empty;
+    Buffer noTexture;
+    EXPECT_EQ(mRenderer->blit({empty}, dst, 1000, APP_INSIDE_DEFAULT), BAD_VALUE);
+    EXPECT_EQ(mRenderer->blit({empty}, dst, fence, APP_INSIDE_DEFAULT), BAD_VALUE);
+    EXPECT_EQ(mRenderer->blit({Buffer{}}, dst, 1000, APP_INSIDE_DEFAULT), BAD_VALUE);
+    EXPECT_EQ(mRenderer->blit({src}, emptyOut, 1000, APP_INSIDE_DEFAULT), BAD_VALUE);
+    EXPECT_EQ(mRenderer->blit({src}, noTexture, fence, APP_INSIDE_DEFAULT), BAD_VALUE);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src texture has no graphic buffer"), 2u);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src buffer has no texture"), 1u);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst texture has no graphic buffer"), 1u);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst buffer has no texture"), 1u);
     // The destination was never written.
     EXPECT_EQ(readRgba(*mDestination).at(7, 7).r, mPoison.r);
 }
@@ -382,6 +397,20 @@ TEST_P(Blit, FencesSignalOnlyWithThePixelsInMemory) {
     EXPECT_EQ(listener->mErrors, 1);
     EXPECT_EQ(listener->mStatus, UNSUPPORTED_FORMAT);
     EXPECT_EQ(listener->mData, &listener);
+    EXPECT_EQ(out.texture->getFence(), previous);
+
+    // So does an output without a texture, or a source that never got a buffer.
+    Buffer noTexture;
+    const std::vector<Buffer> empty{
+        {std::make_shared<ExternalTexture>(0, 0, 0x1, 0, nullptr, 0), nullptr}};
+    EXPECT_EQ(mRenderer->asyncBlit(inputs, noTexture, &token, APP_INSIDE_DEFAULT),
+              GetParam() == Renderer::kTypeGles ? BAD_VALUE : OK);
+    EXPECT_EQ(mRenderer->asyncBlit(empty, out, &token, APP_INSIDE_DEFAULT),
+              GetParam() == Renderer::kTypeGles ? BAD_VALUE : OK);
+    listener->waitFor(4);
+    EXPECT_EQ(listener->mErrors, 3);
+    EXPECT_EQ(listener->mStatus, BAD_VALUE);
+    EXPECT_EQ(listener->mData, &token);
     EXPECT_EQ(out.texture->getFence(), previous);
 }
 

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <vector>
@@ -23,6 +24,11 @@ using namespace std::chrono_literals;
 // An inner renderer that records which thread runs each call, and can hold a call until released.
 class RecordingRenderer : public Renderer {
 public:
+    ~RecordingRenderer() override {
+        if (mOnDestroy) {
+            mOnDestroy();
+        }
+    }
     Status genTexture(uint32_t* name, uint32_t width, uint32_t, uint32_t, uint32_t,
                       const void*) override {
         std::unique_lock<std::mutex> lock(mMutex);
@@ -69,6 +75,7 @@ public:
     bool mHeld = false;
     bool mReleased = false;
     std::atomic<int> mCacheCalls{0};
+    std::function<void()> mOnDestroy;
 };
 
 Renderer::Args threadedArgs() {
@@ -129,6 +136,13 @@ TEST(RendererThreaded, QueuedWorkRunsOnTheWorkerInFifoOrder) {
     EXPECT_EQ(proxy->blit(two, output, fence, APP_INSIDE_DEFAULT), TIMED_OUT);
     uint32_t name = 5;
     EXPECT_EQ(proxy->deleteTexture(&name), BAD_VALUE);
+
+    // The inner renderer goes on the worker too, where its GL context is current.
+    std::thread::id destroyedOn;
+    inner->mOnDestroy = [&] { destroyedOn = std::this_thread::get_id(); };
+    inner.reset();
+    proxy.reset();
+    EXPECT_EQ(destroyedOn, factoryThread);
 }
 
 TEST(RendererThreaded, SettingsWaitForTheInnerRenderer) {
@@ -162,9 +176,10 @@ TEST(RendererThreaded, DestructionFinishesTheTaskInHandAndDropsTheRest) {
     inner->waitHeld();
 
     // A second task queued behind it; its caller blocks for good once the task is dropped.
-    std::thread queued([&] {
+    RendererThreaded* raw = proxy.get();
+    std::thread queued([raw] {
         uint32_t other = 0;
-        proxy->genTexture(&other, 2, 1, 0, 0, nullptr);
+        raw->genTexture(&other, 2, 1, 0, 0, nullptr);
     });
     std::this_thread::sleep_for(50ms);
     queued.detach();
