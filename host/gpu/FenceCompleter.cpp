@@ -1,6 +1,7 @@
 #include "FenceCompleter.h"
 
 #include <errno.h>
+#include <pthread.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -47,6 +48,8 @@ void FenceCompleter::complete(const Job& job) {
 }
 
 void FenceCompleter::run() {
+    // A thread otherwise inherits its creator's name: whichever client thread flushed first.
+    pthread_setname_np(pthread_self(), "gpu-fences");
     std::unique_lock<std::mutex> lock(mMutex);
     for (;;) {
         mQueued.wait(lock, [this] { return !mJobs.empty(); });

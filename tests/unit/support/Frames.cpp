@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <fstream>
 #include <sstream>
 
 #include <ui/GraphicBufferMapper.h>
@@ -134,6 +135,28 @@ size_t openFdCount() {
 
 size_t threadCount() {
     return entriesIn("/proc/self/task");
+}
+
+size_t threadsNamed(const std::string& name) {
+    // The kernel keeps 15 characters of a thread's name.
+    const std::string shown = name.substr(0, 15);
+    size_t count = 0;
+    DIR* tasks = opendir("/proc/self/task");
+    if (tasks == nullptr) {
+        return 0;
+    }
+    while (const dirent* entry = readdir(tasks)) {
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        std::ifstream comm(std::string("/proc/self/task/") + entry->d_name + "/comm");
+        std::string line;
+        if (std::getline(comm, line) && line == shown) {
+            ++count;
+        }
+    }
+    closedir(tasks);
+    return count;
 }
 
 LiveResources LiveResources::now() {

@@ -58,6 +58,8 @@ std::string rendererTypeName(const testing::TestParamInfo<int>& info);
 size_t openFdCount();
 // Threads of this process now.
 size_t threadCount();
+// Threads of this process whose name (/proc/self/task/*/comm) is |name|.
+size_t threadsNamed(const std::string& name);
 
 // What a renderer may leave behind, counted now: GPU objects the layer follows, fence
 // descriptors, all descriptors and threads of the process.
