@@ -24,6 +24,8 @@
 #include <ui/Fence.h>
 #include <ui/GraphicBuffer.h>
 
+#include "BenchPairs.h"
+
 #include <zel/ExternalTexture.h>
 #include <zel/Renderer.h>
 #include <zel/host/Gpu.h>
@@ -34,23 +36,9 @@ using kav::zel::Buffer;
 using kav::zel::ExternalTexture;
 using kav::zel::Renderer;
 
-constexpr int32_t kRgba = 0x1;
-constexpr int32_t kNv21 = 0x11;
-constexpr int32_t kP010 = 0x36;
-constexpr int32_t kYv12 = 0x32315659;
-constexpr uint64_t kGpuUsage = 0x100 | 0x200;  // sampled and rendered by the GPU
-constexpr uint64_t kCpuReadUsage = 0x3;        // read often by the CPU: never cached
+using namespace zel_bench;
 
-struct Pair {
-    const char* name;
-    int32_t src;
-    int32_t dst;
-};
-const Pair kPairs[] = {{"NV21->RGBA", kNv21, kRgba},
-                       {"RGBA->NV21", kRgba, kNv21},
-                       {"P010->RGBA", kP010, kRgba},
-                       {"YV12->RGBA", kYv12, kRgba},
-                       {"NV21->NV21", kNv21, kNv21}};
+constexpr uint64_t kCpuReadUsage = 0x3;  // read often by the CPU: never cached
 
 struct Size {
     const char* name;
