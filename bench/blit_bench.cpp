@@ -10,6 +10,7 @@
  * registered only with --zel_full (bench/README.md), so that the default run stays short enough
  * for the tests.
  */
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -161,9 +162,10 @@ void blitFrames(benchmark::State& state, const Case& c) {
         outputs.push_back(
             {std::make_shared<ExternalTexture>(allocate(c.pair.dst, c.size, kGpuUsage)), nullptr});
     }
-    // Warm: programs, the destination and every source once (the cache holds them if it can).
-    for (const std::vector<Buffer>& input : inputs) {
-        if (renderer->blit(input, outputs[0], -1, kav::zel::APP_INSIDE_DEFAULT) != kav::zel::OK) {
+    // Warm: programs, every destination and every source once (the cache holds them if it can).
+    for (size_t i = 0; i < std::max(inputs.size(), outputs.size()); ++i) {
+        if (renderer->blit(inputs[i % inputs.size()], outputs[i % outputs.size()], -1,
+                           kav::zel::APP_INSIDE_DEFAULT) != kav::zel::OK) {
             state.SkipWithError("warm-up blit failed");
             return;
         }
