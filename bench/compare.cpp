@@ -29,6 +29,8 @@
 #include <libyuv.h>
 #include <ui/GraphicBuffer.h>
 
+#include "BenchPairs.h"
+
 #include <zel/ExternalTexture.h>
 #include <zel/Renderer.h>
 
@@ -38,23 +40,7 @@ using kav::zel::Buffer;
 using kav::zel::ExternalTexture;
 using kav::zel::Renderer;
 
-constexpr int32_t kRgba = 0x1;
-constexpr int32_t kNv21 = 0x11;
-constexpr int32_t kP010 = 0x36;
-constexpr int32_t kYv12 = 0x32315659;
-constexpr uint64_t kGpuUsage = 0x100 | 0x200;
-
-struct Pair {
-    const char* name;
-    int32_t src;
-    int32_t dst;
-};
-
-const Pair kPairs[] = {{"NV21->RGBA", kNv21, kRgba},
-                       {"RGBA->NV21", kRgba, kNv21},
-                       {"P010->RGBA", kP010, kRgba},
-                       {"YV12->RGBA", kYv12, kRgba},
-                       {"NV21->NV21", kNv21, kNv21}};
+using namespace zel_bench;
 
 double medianMs(int frames, const std::function<bool()>& frame) {
     if (!frame()) {  // warm: programs, images, driver state

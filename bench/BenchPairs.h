@@ -1,0 +1,28 @@
+/*
+ * The format pairs the benchmarks measure, shared by zel_compare and zel_blit_bench.
+ */
+#pragma once
+
+#include <cstdint>
+
+namespace zel_bench {
+
+constexpr int32_t kRgba = 0x1;
+constexpr int32_t kNv21 = 0x11;
+constexpr int32_t kP010 = 0x36;
+constexpr int32_t kYv12 = 0x32315659;
+constexpr uint64_t kGpuUsage = 0x100 | 0x200;  // sampled and rendered by the GPU
+
+struct Pair {
+    const char* name;
+    int32_t src;
+    int32_t dst;
+};
+
+constexpr Pair kPairs[] = {{"NV21->RGBA", kNv21, kRgba},
+                           {"RGBA->NV21", kRgba, kNv21},
+                           {"P010->RGBA", kP010, kRgba},
+                           {"YV12->RGBA", kYv12, kRgba},
+                           {"NV21->NV21", kNv21, kNv21}};
+
+}  // namespace zel_bench
