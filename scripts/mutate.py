@@ -11,6 +11,12 @@ one-process test binaries, stopping at the first failure. The copy is restored a
     scripts/mutate.py --count 200 --seed 1            # sample and run
     scripts/mutate.py --list | head                   # enumerate only
     scripts/mutate.py --only 17,42                    # rerun chosen mutant numbers of the sample
+    scripts/mutate.py --match 'Fence.*push_back'      # rerun mutants by file and line text
+    scripts/mutate.py --count 300 --skip-done         # go on with a sample, leaving out mutants
+                                                      # the results file already has
+
+Numbers change whenever the mutated sources change (the sample is drawn from a new list), so
+--match and --skip-done identify a mutant by its file, line text and mutation instead.
 
 A mutant is killed when the build succeeds and a test fails or times out; mutants that do not
 compile are reported apart and left out of the score. Not part of CI: a run takes about half a
@@ -189,8 +195,10 @@ def build():
     return run(["ninja", "-j2"] + TARGETS, 600)
 
 
-def test(mutant, timeout):
+def test(mutant, timeout, skip=""):
     env = dict(os.environ, GTEST_FAIL_FAST="1", GTEST_BRIEF="1")
+    if skip:
+        env["GTEST_FILTER"] = "-" + skip
     binaries = ["zel_unit_tests_one_process"]
     if mutant is not None and mutant["file"].startswith("host/"):
         binaries = ["zel_host_tests_one_process", "zel_unit_tests_one_process"]
@@ -209,6 +217,11 @@ def main():
     parser.add_argument("--files", nargs="*", default=DEFAULT_FILES)
     parser.add_argument("--list", action="store_true")
     parser.add_argument("--only", default="")
+    parser.add_argument("--match", default="", help="regex over 'file: line -> mutated line'; any mutant")
+    parser.add_argument("--skip-tests", default="",
+                        help="gtest pattern of tests left out (one failing on the unmutated tree)")
+    parser.add_argument("--skip-done", action="store_true",
+                        help="leave out mutants already in the results file")
     parser.add_argument("--timeout", type=int, default=240, help="seconds per test binary")
     parser.add_argument("--results", default=os.path.join(WORK, "results.jsonl"))
     args = parser.parse_args()
@@ -227,6 +240,16 @@ def main():
     if args.only:
         chosen = {int(x) for x in args.only.split(",")}
         sample = [m for m in sample if m["id"] in chosen]
+    if args.match:
+        pattern = re.compile(args.match)
+        sample = [m for m in mutants
+                  if pattern.search("%s: %s -> %s" % (m["file"], m["old"].strip(), m["new"].strip()))]
+        for m in sample:
+            m.setdefault("id", -1)
+    if args.skip_done and os.path.exists(args.results):
+        with open(args.results) as f:
+            done = {(d["file"], d["old"], d["new"]) for d in map(json.loads, filter(None, f))}
+        sample = [m for m in sample if (m["file"], m["old"], m["new"]) not in done]
 
     os.makedirs(WORK, exist_ok=True)
     sync_tree()
@@ -235,8 +258,8 @@ def main():
     if code != 0:
         print(out)
         sys.exit("mutate: the unmutated tree does not build")
-    if test(None, args.timeout)[0] != "survived" or test({"file": "host/"}, args.timeout)[0] != \
-            "survived":
+    if test(None, args.timeout, args.skip_tests)[0] != "survived" or \
+            test({"file": "host/"}, args.timeout, args.skip_tests)[0] != "survived":
         sys.exit("mutate: the unmutated tree fails its tests")
 
     counts = {"killed": 0, "survived": 0, "no-build": 0}
@@ -257,7 +280,7 @@ def main():
                 if code != 0:
                     outcome, by = "no-build", ""
                 else:
-                    outcome, by = test(mutant, args.timeout)
+                    outcome, by = test(mutant, args.timeout, args.skip_tests)
             finally:
                 with open(path, "w") as f:
                     f.write(original)

@@ -4,10 +4,12 @@
 #define EGL_EGLEXT_PROTOTYPES 1
 #define GL_GLEXT_PROTOTYPES 1
 #include <dlfcn.h>
+#include <pthread.h>
 
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -133,8 +135,18 @@ TEST_F(GpuLayer, ClientFenceSyncWaitsItsTimeOutInNanoseconds) {
     EXPECT_EQ(waitFor(200'000'000, &seconds), EGL_TIMEOUT_EXPIRED_KHR);  // 200 ms
     EXPECT_GE(seconds, 0.18);
     EXPECT_LT(seconds, 1.0);
+    // A signal caught during the unbounded wait does not end it.
+    struct sigaction quiet = {}, previous = {};
+    quiet.sa_handler = [](int) {};
+    ASSERT_EQ(sigaction(SIGUSR1, &quiet, &previous), 0);
+    std::thread interrupter([waiter = pthread_self()] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(800));
+        pthread_kill(waiter, SIGUSR1);
+    });
     EXPECT_EQ(waitFor(EGL_FOREVER_KHR, &seconds), EGL_CONDITION_SATISFIED_KHR);
+    interrupter.join();
     signaller.join();
+    sigaction(SIGUSR1, &previous, nullptr);
     EXPECT_EQ(waitFor(0, &seconds), EGL_CONDITION_SATISFIED_KHR);
     EXPECT_TRUE(eglDestroySyncKHR(mDisplay, sync));
 }

@@ -242,6 +242,10 @@ TEST_F(ZelConvert, BadInputGivesOneLineAndExitCodeTwoWithNoPartialFrame) {
     writeFile(path("cut.y4m"), stream.substr(0, stream.size() - 100));
     writeFile(path("short.nv21"), std::string(1000, '\x10'));
     writeFile(path("odd.nv21"), std::string(63 * 48 + 2 * 32 * 24, '\x10'));
+    // Sizes no int holds, or that no file here could: refused before any frame is allocated.
+    writeFile(path("1_2_W_99999999999_H_2_P_17_x#0.raw"), std::string(12, '\x10'));
+    writeFile(path("1_2_W_65536_H_65536_P_1_x#0.raw"), std::string(12, '\x10'));
+    writeFile(path("huge.y4m"), "YUV4MPEG2 W2147483647 H65536 C420\nFRAME\n");
     struct Case {
         const char* arguments;
         int exitCode;
@@ -256,6 +260,10 @@ TEST_F(ZelConvert, BadInputGivesOneLineAndExitCodeTwoWithNoPartialFrame) {
         {"missing.y4m -o out.raw", 2, "cannot read missing.y4m: No such file or directory"},
         {"two.y4m -o no/such/dir/out.raw", 2, "cannot write no/such/dir/out.raw"},
         {"444.y4m -o out.raw", 2, "YUV4MPEG2 chroma layout C444 is not supported"},
+        {"huge.y4m -o out.raw", 2, "frame size 2147483647x65536 is too large"},
+        {"'1_2_W_99999999999_H_2_P_17_x#0.raw' -o out.raw", 2, "raw input needs -s WxH"},
+        {"'1_2_W_65536_H_65536_P_1_x#0.raw' -o out.raw", 2,
+         "12 bytes do not hold a 65536x65536 rgba buffer"},
         {"two.y4m", 2, "no output"},
         {"two.y4m -t rgba -o out.y4m", 2, "YUV4MPEG2 output needs a YUV destination"},
         {"two.y4m --grid 1x4 -o out.raw", 2, "--grid needs at least 2x2 vertices"},

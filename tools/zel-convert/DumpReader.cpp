@@ -1,5 +1,6 @@
 #include "DumpReader.h"
 
+#include <charconv>
 #include <regex>
 #include <vector>
 
@@ -57,6 +58,15 @@ bool dumpPlanes(std::vector<uint8_t>& bytes, const Frame& frame, YuvPlanes* plan
     return true;
 }
 
+// The whole of digits as an int; false when it does not fit.
+template <typename Int>
+bool parseInt(const std::ssub_match& digits, Int* out) {
+    const std::string text = digits;
+    const char* end = text.data() + text.size();
+    const auto [last, error] = std::from_chars(text.data(), end, *out);
+    return error == std::errc() && last == end;
+}
+
 }  // namespace
 
 bool DumpReader::parseName(const std::string& path, DumpName* out) {
@@ -65,11 +75,9 @@ bool DumpReader::parseName(const std::string& path, DumpName* out) {
     if (!std::regex_search(path, match, kPattern)) {
         return false;
     }
-    out->width = std::stoi(match[1]);
-    out->height = std::stoi(match[2]);
-    out->format = static_cast<int32_t>(std::stol(match[3]));
     out->tag = match[4];
-    return true;
+    return parseInt(match[1], &out->width) && parseInt(match[2], &out->height) &&
+           parseInt(match[3], &out->format);
 }
 
 ToolError DumpReader::open(std::unique_ptr<InputFile> file, const DumpName& name,
@@ -84,13 +92,21 @@ ToolError DumpReader::open(std::unique_ptr<InputFile> file, const DumpName& name
         return ToolError::badInput(file->name() + ": the dump's name gives no frame size");
     }
     std::vector<uint8_t> bytes = file->readAll();
+    const auto mismatch = [&] {
+        return ToolError::badInput(file->name() + ": " + std::to_string(bytes.size()) +
+                                   " bytes do not hold a " + std::to_string(name.width) + "x" +
+                                   std::to_string(name.height) + " " + format->name + " buffer");
+    };
+    // Every layout takes at least a byte a pixel: a name promising more than the file holds is
+    // refused before a picture of that size is allocated.
+    if (bytes.size() / static_cast<size_t>(name.width) < static_cast<size_t>(name.height)) {
+        return mismatch();
+    }
     Frame picture(format->layout, name.width, name.height);
     YuvPlanes planes;
     size_t pitch = 0;
     if (!dumpPlanes(bytes, picture, &planes, &pitch)) {
-        return ToolError::badInput(file->name() + ": " + std::to_string(bytes.size()) +
-                                   " bytes do not hold a " + std::to_string(name.width) + "x" +
-                                   std::to_string(name.height) + " " + format->name + " buffer");
+        return mismatch();
     }
     if (picture.layout() == FrameLayout::Rgba) {
         libyuv::CopyPlane(bytes.data(), static_cast<int>(pitch), picture.data(),

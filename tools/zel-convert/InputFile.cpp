@@ -40,6 +40,10 @@ ToolError InputFile::open(const std::string& path, std::unique_ptr<InputFile>* o
     return {};
 }
 
+std::unique_ptr<InputFile> InputFile::adopt(std::FILE* file, std::string name) {
+    return std::unique_ptr<InputFile>(new InputFile(file, std::move(name), true));
+}
+
 std::vector<uint8_t> InputFile::peek(size_t count) {
     if (mPending.size() < count) {
         const size_t had = mPending.size();

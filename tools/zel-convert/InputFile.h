@@ -17,6 +17,8 @@ namespace zel::convert {
 class InputFile {
 public:
     static ToolError open(const std::string& path, std::unique_ptr<InputFile>* out);
+    // An already open stream (a pipe, or fmemopen'd bytes), closed with the InputFile.
+    static std::unique_ptr<InputFile> adopt(std::FILE* file, std::string name);
     ~InputFile();
     InputFile(const InputFile&) = delete;
     InputFile& operator=(const InputFile&) = delete;

@@ -8,6 +8,9 @@ namespace zel::convert {
 namespace {
 
 constexpr size_t kLineLimit = 1024;
+// Larger than any frame a GPU here can take; a header beyond it is damaged, and its frames would
+// be allocated before a byte of them is read.
+constexpr int kMaxDimension = 16384;
 
 }  // namespace
 
@@ -65,6 +68,11 @@ ToolError Y4mReader::parseHeader(const std::string& header) {
     }
     if (mWidth <= 0 || mHeight <= 0) {
         return ToolError::badInput(mFile->name() + ": the YUV4MPEG2 header has no frame size");
+    }
+    if (mWidth > kMaxDimension || mHeight > kMaxDimension) {
+        return ToolError::badInput(mFile->name() + ": YUV4MPEG2 frame size " +
+                                   std::to_string(mWidth) + "x" + std::to_string(mHeight) +
+                                   " is too large");
     }
     if (chroma == "420" || chroma == "420jpeg" || chroma == "420mpeg2" || chroma == "420paldv") {
         mLayout = FrameLayout::I420;
