@@ -140,5 +140,14 @@ std::vector<GLuint> ContextState::attachedTextures(GLuint framebuffer) const {
     return textures;
 }
 
+GLuint ContextState::attachedTexture(GLuint framebuffer, GLenum attachment) const {
+    auto it = mAttachments.find(framebuffer);
+    if (it == mAttachments.end()) {
+        return 0;
+    }
+    auto point = it->second.find(attachment);
+    return point == it->second.end() ? 0 : point->second;
+}
+
 }  // namespace hostgpu
 }  // namespace zel

@@ -80,6 +80,13 @@ public:
     bool hasAttachments() const { return !mAttachments.empty(); }
     // The client textures attached to `framebuffer`.
     std::vector<GLuint> attachedTextures(GLuint framebuffer) const;
+    // The client texture with an image at `attachment` of `framebuffer`, or 0.
+    GLuint attachedTexture(GLuint framebuffer, GLenum attachment) const;
+
+    // A program the client deleted while it was current here: the driver deletes it once the
+    // client makes another program current (0: none).
+    void deferProgramDeletion(GLuint program) { mDeferredProgram = program; }
+    GLuint deferredProgram() const { return mDeferredProgram; }
 
     // The client's framebuffers (not shared between contexts), for the live counter. Touched
     // only where the context is current.
@@ -90,6 +97,7 @@ private:
     const std::shared_ptr<ShareGroup> mShareGroup;
     PassResources mPassResources;
     std::map<GLuint, std::map<GLenum, GLuint>> mAttachments;
+    GLuint mDeferredProgram = 0;
     LiveNames mFramebuffers{Counter::FramebuffersAlive};
     std::vector<std::shared_ptr<NativeFence>> mUnflushedFences;
     std::vector<std::shared_ptr<NativeFence>> mServerWaits;

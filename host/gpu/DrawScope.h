@@ -42,6 +42,8 @@ public:
     // The call breaks a rule of the Khronos texts that the context follows (GL_INVALID_OPERATION
     // is queued): the caller does not run it.
     bool refused() const { return mRefused; }
+    // Whether the share group's lock is held for the call (the group has image textures).
+    bool holdsLock() const { return mLock.owns_lock(); }
 
 private:
     void bindExternalSamplers();

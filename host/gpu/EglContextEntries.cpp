@@ -5,6 +5,8 @@
  * context current (or none) first writes back rendering into buffers, as the implicit flush of
  * eglMakeCurrent would make it visible on Android.
  */
+#include <mutex>
+
 #include "AttribList.h"
 #include "ConfigAttributes.h"
 #include "ContextRegistry.h"
@@ -140,6 +142,17 @@ EGLContext EGLAPIENTRY eglCreateContext(EGLDisplay dpy, EGLConfig config, EGLCon
 }
 
 EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay dpy, EGLContext ctx) {
+    // A program the client deleted while current goes with the context. Where the context is not
+    // current here the driver keeps it until the share group goes.
+    ContextState* current = CurrentContext::get();
+    if (current != nullptr && current->deferredProgram() != 0 &&
+        ContextRegistry::instance().find(ctx).get() == current) {
+        std::lock_guard<std::mutex> lock(current->shareGroup().mutex());
+        mesa().glUseProgram(0);
+        current->shareGroup().setProgram(current->deferredProgram(), nullptr);
+        mesa().glDeleteProgram(current->deferredProgram());
+        current->deferProgramDeletion(0);
+    }
     EglError::deferToDriver();
     EGLBoolean result = mesa().eglDestroyContext(dpy, ctx);
     if (result) {

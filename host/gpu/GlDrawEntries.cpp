@@ -7,6 +7,7 @@
 #include "CurrentContext.h"
 #include "DrawScope.h"
 #include "MesaDriver.h"
+#include "YuvTargetReader.h"
 
 using zel::hostgpu::ContextState;
 using zel::hostgpu::Counter;
@@ -14,6 +15,7 @@ using zel::hostgpu::Counters;
 using zel::hostgpu::CurrentContext;
 using zel::hostgpu::DrawScope;
 using zel::hostgpu::mesa;
+using zel::hostgpu::YuvTargetReader;
 
 namespace {
 
@@ -172,13 +174,23 @@ GL_APICALL void GL_APIENTRY glBlitFramebuffer(GLint srcX0, GLint srcY0, GLint sr
 
 GL_APICALL void GL_APIENTRY glReadPixels(GLint x, GLint y, GLsizei width, GLsizei height,
                                          GLenum format, GLenum type, void* pixels) {
-    DrawScope scope(CurrentContext::get(), DrawScope::Reads);
+    ContextState* context = CurrentContext::get();
+    DrawScope scope(context, DrawScope::Reads);
+    if (scope.holdsLock() &&
+        YuvTargetReader::read(*context, x, y, width, height, format, type, -1, pixels)) {
+        return;
+    }
     mesa().glReadPixels(x, y, width, height, format, type, pixels);
 }
 
 GL_APICALL void GL_APIENTRY glReadnPixels(GLint x, GLint y, GLsizei width, GLsizei height,
                                           GLenum format, GLenum type, GLsizei bufSize, void* data) {
-    DrawScope scope(CurrentContext::get(), DrawScope::Reads);
+    ContextState* context = CurrentContext::get();
+    DrawScope scope(context, DrawScope::Reads);
+    if (scope.holdsLock() && bufSize >= 0 &&
+        YuvTargetReader::read(*context, x, y, width, height, format, type, bufSize, data)) {
+        return;
+    }
     mesa().glReadnPixels(x, y, width, height, format, type, bufSize, data);
 }
 

@@ -134,21 +134,39 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
 GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
-        {
-            // Counted as gone: the name is the client's no more, even while it stays current.
-            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-            context->shareGroup().programs().forget(program);
-        }
-        // A current program lives on until it is replaced: its record stays until the name
-        // serves another program.
+        std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        // Counted as gone: the name is the client's no more, even while it stays current.
+        context->shareGroup().programs().forget(program);
         GLint current = 0;
         mesa().glGetIntegerv(GL_CURRENT_PROGRAM, &current);
-        if (static_cast<GLuint>(current) != program) {
-            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-            context->shareGroup().setProgram(program, nullptr);
+        if (static_cast<GLuint>(current) == program) {
+            // A current program lives on until the client replaces it. The layer's own passes
+            // switch programs in between; had the driver been told, the first of them would end
+            // the program, so the driver is told when the client moves on (glUseProgram).
+            context->deferProgramDeletion(program);
+            return;
         }
+        context->shareGroup().setProgram(program, nullptr);
     }
     mesa().glDeleteProgram(program);
+}
+
+GL_APICALL void GL_APIENTRY glUseProgram(GLuint program) {
+    mesa().glUseProgram(program);
+    ContextState* context = CurrentContext::get();
+    if (context == nullptr || context->deferredProgram() == 0) {
+        return;
+    }
+    GLint current = 0;
+    mesa().glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+    if (static_cast<GLuint>(current) == context->deferredProgram()) {
+        return;  // still in use (the switch failed, or the client chose it again)
+    }
+    std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+    const GLuint deleted = context->deferredProgram();
+    context->deferProgramDeletion(0);
+    context->shareGroup().setProgram(deleted, nullptr);
+    mesa().glDeleteProgram(deleted);
 }
 
 GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,

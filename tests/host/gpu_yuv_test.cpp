@@ -183,6 +183,44 @@ TEST_P(YuvFormatAndColourSpace, Rgb2YuvRendersIntoThePlanes) {
     }
 }
 
+// glReadPixels of a YUV target returns RGBA decoded with the buffer's colour space, from what the
+// target holds: the buffer's contents, then rendering not yet flushed.
+TEST_P(YuvFormatAndColourSpace, ReadPixelsDecodesTheTargetIntoRgba) {
+    const auto& [format, space] = GetParam();
+    for (const Size& size : kSizes) {
+        SCOPED_TRACE(testing::Message() << size.width << "x" << size.height);
+        sp<GraphicBuffer> target = zel::test::makeTestBuffer(size.width, size.height, format.hal);
+        zel::test::fillBuffer(*target, zel::test::noise(size.width, size.height, 5),
+                              zel::test::dataspaceOf(space));
+        ExternalImage image(display(), *target);
+        ImageFramebuffer framebuffer(image, size.width, size.height);
+        auto readBack = [&] {
+            RgbImage read(size.width, size.height);
+            glReadPixels(0, 0, size.width, size.height, GL_RGBA, GL_UNSIGNED_BYTE,
+                         read.pixels.data());
+            EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+            return read;
+        };
+        EXPECT_TRUE(zel::test::imagesMatch(
+            readBack(), zel::test::decode(zel::test::readPlanes(*target), space), 1, true));
+
+        sp<GraphicBuffer> source =
+            zel::test::makeTestBuffer(size.width, size.height, HAL_PIXEL_FORMAT_RGBA_8888);
+        zel::test::writeRgba(*source, zel::test::noise(size.width, size.height, 6));
+        ExternalImage sourceImage(display(), *source);
+        sourceImage.bind(GL_TEXTURE0);
+        Program program(zel::test::libraryVertexShader(),
+                        zel::test::libraryFragmentShader(ShaderShape::RgbToYuv,
+                                                         zel::test::yuvConstantOf(space)));
+        program.use();
+        Quad().draw();
+        const RgbImage rendered = readBack();
+        glFinish();
+        EXPECT_TRUE(zel::test::imagesMatch(
+            rendered, zel::test::decode(zel::test::readPlanes(*target), space), 1, true));
+    }
+}
+
 std::string formatAndSpaceName(
     const testing::TestParamInfo<std::tuple<Format, ColourSpace>>& info) {
     return std::string(std::get<0>(info.param).name) + "_" +
@@ -368,6 +406,123 @@ TEST_F(YuvRendering, ChromaTopLeftProfileKeepsTheFirstSampleOfEachBlock) {
         // Noise has no two alike pixels in a block: the average would be far off.
         EXPECT_FALSE(zel::test::planesMatch(planes, zel::test::encode(image, kBt601, depth), 1, 2));
     }
+}
+
+// The read of a YUV target lays pixels out as the pack state says, crops at odd offsets included,
+// leaves what lies outside the target alone, and refuses other formats and short buffers.
+TEST_F(YuvRendering, ReadPixelsOfAYuvTargetFollowsThePackState) {
+    const int width = 20;
+    const int height = 14;
+    sp<GraphicBuffer> target =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCRCB_420_SP);
+    zel::test::fillBuffer(*target, zel::test::noise(width, height, 9),
+                          zel::test::dataspaceOf(kBt601));
+    const RgbImage whole = zel::test::decode(zel::test::readPlanes(*target), kBt601);
+    // Crop (3, 5) .. (15, 12): 12x7 pixels starting in the middle of chroma blocks.
+    ExternalImage image(display(), *target, crop(3, 5, 15, 12));
+    ImageFramebuffer framebuffer(image, 12, 7);
+
+    // Rows of 10 pixels aligned to 8 bytes, 2 rows and 1 pixel skipped; the rectangle starts left
+    // of the target.
+    constexpr int kRowLength = 10;
+    constexpr int kReadX = -2;
+    constexpr int kReadY = 1;
+    constexpr int kReadWidth = 8;
+    constexpr int kReadHeight = 5;
+    constexpr size_t kStride = 40;
+    glPixelStorei(GL_PACK_ROW_LENGTH, kRowLength);
+    glPixelStorei(GL_PACK_SKIP_ROWS, 2);
+    glPixelStorei(GL_PACK_SKIP_PIXELS, 1);
+    glPixelStorei(GL_PACK_ALIGNMENT, 8);
+    auto check = [&](const std::vector<uint8_t>& memory, size_t base) {
+        for (int row = 0; row < kReadHeight; ++row) {
+            for (int column = 0; column < kReadWidth; ++column) {
+                const uint8_t* pixel =
+                    memory.data() + base + (2 + row) * kStride + (1 + column) * 4;
+                const int x = kReadX + column;
+                if (x < 0) {
+                    EXPECT_EQ(pixel[0], 0xa5) << "outside the target, column " << column;
+                    continue;
+                }
+                const zel::test::Rgb8& expected = whole.at(3 + x, 5 + kReadY + row);
+                EXPECT_NEAR(pixel[0], expected.r, 1) << column << "," << row;
+                EXPECT_NEAR(pixel[1], expected.g, 1) << column << "," << row;
+                EXPECT_NEAR(pixel[2], expected.b, 1) << column << "," << row;
+                EXPECT_EQ(pixel[3], 255);
+            }
+        }
+    };
+    const size_t size = (2 + kReadHeight) * kStride;
+    std::vector<uint8_t> memory(size, 0xa5);
+    glReadPixels(kReadX, kReadY, kReadWidth, kReadHeight, GL_RGBA, GL_UNSIGNED_BYTE, memory.data());
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    check(memory, 0);
+
+    // Into a pixel pack buffer, at an offset.
+    GLuint pack = 0;
+    glGenBuffers(1, &pack);
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, pack);
+    const std::vector<uint8_t> filler(size + 16, 0xa5);
+    glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(filler.size()), filler.data(),
+                 GL_STATIC_READ);
+    glReadPixels(kReadX, kReadY, kReadWidth, kReadHeight, GL_RGBA, GL_UNSIGNED_BYTE,
+                 reinterpret_cast<void*>(16));
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+    const auto* mapped = static_cast<const uint8_t*>(glMapBufferRange(
+        GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(filler.size()), GL_MAP_READ_BIT));
+    ASSERT_NE(mapped, nullptr);
+    check(std::vector<uint8_t>(mapped, mapped + filler.size()), 16);
+    glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
+    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
+    glDeleteBuffers(1, &pack);
+
+    // Only RGBA bytes, and never more than the client's buffer holds.
+    std::vector<uint8_t> untouched(size, 0xa5);
+    glReadPixels(0, 0, 2, 2, GL_RGB, GL_UNSIGNED_BYTE, untouched.data());
+    EXPECT_EQ(glGetError(), GLenum(GL_INVALID_OPERATION));
+    const size_t needed = 2 * kStride + 4 + (kReadHeight - 1) * kStride + kReadWidth * 4;
+    glReadnPixels(kReadX, kReadY, kReadWidth, kReadHeight, GL_RGBA, GL_UNSIGNED_BYTE,
+                  static_cast<GLsizei>(needed - 1), untouched.data());
+    EXPECT_EQ(glGetError(), GLenum(GL_INVALID_OPERATION));
+    EXPECT_EQ(untouched, std::vector<uint8_t>(size, 0xa5));
+    glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+    glPixelStorei(GL_PACK_SKIP_ROWS, 0);
+    glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
+    glPixelStorei(GL_PACK_ALIGNMENT, 4);
+}
+
+// A program deleted while current keeps drawing until the client replaces it, although the layer's
+// own passes (unpacking and packing a YUV target) switch programs in between; it is gone after.
+TEST_F(YuvRendering, AProgramDeletedWhileCurrentOutlivesTheLayersPasses) {
+    const int width = 16;
+    const int height = 8;
+    sp<GraphicBuffer> source = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+    const RgbImage image = zel::test::noise(width, height, 3);
+    zel::test::writeRgba(*source, image);
+    sp<GraphicBuffer> target = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YV12);
+    ExternalImage sourceImage(display(), *source);
+    ExternalImage targetImage(display(), *target);
+    sourceImage.bind(GL_TEXTURE0);
+    {
+        Program built(zel::test::libraryVertexShader(),
+                      zel::test::libraryFragmentShader(ShaderShape::RgbToYuv));
+        ASSERT_EQ(built.error(), "");
+        built.use();
+    }  // deleted here, still current
+    for (int frame = 0; frame < 2; ++frame) {
+        zel::test::poisonBuffer(*target);
+        ImageFramebuffer framebuffer(targetImage, width, height);
+        Quad().draw();
+        glFinish();
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR)) << "frame " << frame;
+        EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*target),
+                                           zel::test::encode(image, kBt601, 8), 1, 2));
+    }
+    GLint current = 0;
+    glGetIntegerv(GL_CURRENT_PROGRAM, &current);
+    ASSERT_NE(current, 0);
+    glUseProgram(0);
+    EXPECT_EQ(glIsProgram(static_cast<GLuint>(current)), GL_FALSE);
 }
 
 TEST_F(YuvRendering, CropSelectsWhatIsSampledAndWhatIsRendered) {
