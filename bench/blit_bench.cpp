@@ -133,6 +133,8 @@ void reportCounters(benchmark::State& state, const zel::host::GpuCounters& befor
     state.counters["draws/frame"] = (after.draws - before.draws) / frames;
     state.counters["uploads/frame"] = (after.uploads - before.uploads) / frames;
     state.counters["writeBacks/frame"] = (after.writeBacks - before.writeBacks) / frames;
+    state.counters["passes/frame"] = (after.internalPasses - before.internalPasses) / frames;
+    state.counters["covered/frame"] = (after.coveredTargets - before.coveredTargets) / frames;
     const char* threads = std::getenv("LP_NUM_THREADS");
     state.SetLabel(std::string("LP_NUM_THREADS=") + (threads != nullptr ? threads : "unset"));
 }

@@ -68,6 +68,14 @@ struct GpuCounters {
     uint64_t writeBacks = 0;           // rendered pixels copied back into buffer memory
     uint64_t fenceFdsCreated = 0;      // descriptors handed out by eglDupNativeFenceFDANDROID
     uint64_t programVariants = 0;      // driver programs built for YUV images (see above)
+    // Draws the layer makes beyond the client's own: unpacking a YUV buffer's planes before a
+    // draw into it, packing its planes for the write-back.
+    uint64_t internalPasses = 0;
+    // Render targets a draw was known to cover completely (every pixel written: a quad or
+    // triangle over the whole viewport, which covers the target, with no scissor, blending,
+    // masking, depth or stencil test and no discard), so that their buffer's changed memory was
+    // neither uploaded nor unpacked before it.
+    uint64_t coveredTargets = 0;
     // Live objects now: never reset.
     uint64_t contextsAlive = 0;  // created and neither destroyed nor released by eglTerminate
     // EGLImages of Android buffers that still exist: not destroyed, or destroyed while a texture
