@@ -12,6 +12,7 @@ using zel::hostgpu::ContextState;
 using zel::hostgpu::Counter;
 using zel::hostgpu::Counters;
 using zel::hostgpu::CurrentContext;
+using zel::hostgpu::DrawCoverage;
 using zel::hostgpu::DrawScope;
 using zel::hostgpu::mesa;
 
@@ -19,9 +20,9 @@ namespace {
 
 constexpr unsigned kDraw = DrawScope::Samples | DrawScope::Renders;
 
-DrawScope drawScope() {
+DrawScope drawScope(const DrawCoverage::DrawArrays* draw = nullptr) {
     Counters::add(Counter::Draws);
-    return DrawScope(CurrentContext::get(), kDraw);
+    return DrawScope(CurrentContext::get(), kDraw, draw);
 }
 
 }  // namespace
@@ -29,7 +30,8 @@ DrawScope drawScope() {
 extern "C" {
 
 GL_APICALL void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    DrawScope scope = drawScope();
+    const DrawCoverage::DrawArrays draw = {mode, first, count};
+    DrawScope scope = drawScope(&draw);
     if (scope.refused()) {
         return;
     }
