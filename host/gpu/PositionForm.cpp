@@ -196,6 +196,9 @@ std::optional<PositionForm> PositionForm::of(const std::string& vertexSource) {
     size_t count = 0;
     for (const std::string& token : tokens) {
         count += token == "gl_Position" ? 1 : 0;
+        if (token == "gl_ClipDistance" || token == "gl_CullDistance") {
+            return std::nullopt;  // user clip planes cut into the primitives
+        }
     }
     if (position == 0 || count != 1 || bodyEnd == tokens.size()) {
         return std::nullopt;

@@ -5,8 +5,8 @@
  * `uniform mat4`, places each vertex where the attribute's value (through the uniform's matrix)
  * says. Draws with such a program can be checked for covering their render target before they run
  * (DrawCoverage). Any other shape, any preprocessor directive beyond #version and #extension, an
- * early return or a local declaration that could hide the attribute or the matrix, and the form is
- * unknown.
+ * early return, a local declaration that could hide the attribute or the matrix, or clip or cull
+ * distances, and the form is unknown.
  */
 #pragma once
 

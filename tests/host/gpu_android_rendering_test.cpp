@@ -300,7 +300,14 @@ TEST_F(AndroidRendering, DrawsCoveringTheirTargetNeedNothingFromItsMemory) {
                            "in vec2 vTexCoords;\nout vec4 fragColor;\nvoid main() {\n"
                            "    if (vTexCoords.x < 0.0) discard;\n"
                            "    fragColor = texture(uSource, vTexCoords);\n}\n");
-    ASSERT_EQ(program.error() + projected.error() + discarding.error(), "");
+    // A local of main hides the attribute: the quad is halved.
+    CopyProgram hiding(
+        "#version 310 es\nlayout(location = 0) in vec2 aPosition;\n"
+        "out vec2 vTexCoords;\nvoid main(void) {\n"
+        "    vTexCoords = (aPosition + 1.0) * 0.5;\n"
+        "    vec2 aPosition = aPosition * 0.5;\n"
+        "    gl_Position = vec4(aPosition, 0.0, 1.0);\n}\n");
+    ASSERT_EQ(program.error() + projected.error() + discarding.error() + hiding.error(), "");
     program.draw();  // the source's upload, out of the way
     glFinish();
 
@@ -326,6 +333,11 @@ TEST_F(AndroidRendering, DrawsCoveringTheirTargetNeedNothingFromItsMemory) {
     const GLfloat shortQuad[] = {-1, -1, shortRight, -1, -1, 1, shortRight, 1};
     const GLuint indices[] = {0, 1, 2, 3};
     const PixelFunction mirrored = [&](int x, int y) { return pattern(width - 1 - x, y); };
+    const PixelFunction halved = [&](int x, int y) {
+        // Window x 2.25..6.75 and y 1.75..5.25 hold the pixel centres 2..6 and 2..4.
+        const bool inside = x >= 2 && x <= 6 && y >= 2 && y <= 4;
+        return inside ? pattern(2 * x - 4, 2 * y - 3) : kPoison;
+    };
     const PixelFunction lastColumnKept = [&](int x, int y) {
         return x == width - 1 ? kPoison : pattern(x, y);
     };
@@ -350,6 +362,8 @@ TEST_F(AndroidRendering, DrawsCoveringTheirTargetNeedNothingFromItsMemory) {
              withProjection({-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
          },
          true, mirrored},
+        // After a draw that left other pixels on the GPU, so that a wrong "covered" shows.
+        {"a local hiding the position attribute", [&] { hiding.draw(); }, false, halved},
         {"a scissor box holding the target",
          [&] {
              glEnable(GL_SCISSOR_TEST);
@@ -364,12 +378,7 @@ TEST_F(AndroidRendering, DrawsCoveringTheirTargetNeedNothingFromItsMemory) {
          [&] {
              withProjection({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2});
          },
-         false,
-         [&](int x, int y) {
-             // Window x 2.25..6.75 and y 1.75..5.25 hold the pixel centres 2..6 and 2..4.
-             const bool inside = x >= 2 && x <= 6 && y >= 2 && y <= 4;
-             return inside ? pattern(2 * x - 4, 2 * y - 3) : kPoison;
-         }},
+         false, halved},
         {"a viewport off the first column",
          [&] {
              glViewport(1, 0, width, height);
