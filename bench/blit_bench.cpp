@@ -67,15 +67,6 @@ struct Case {
     bool cpuWritesDestination = false;
 };
 
-// The CPU writes one byte of the buffer: its memory is new to the GPU.
-void touch(const android::sp<android::GraphicBuffer>& buffer) {
-    void* pixels = nullptr;
-    if (buffer->lock(0x33, &pixels) == android::OK && pixels != nullptr) {
-        static_cast<unsigned char*>(pixels)[0] ^= 1;
-        buffer->unlock();
-    }
-}
-
 android::sp<android::GraphicBuffer> allocate(int32_t format, const Size& size, uint64_t usage) {
     android::sp<android::GraphicBuffer> buffer =
         new android::GraphicBuffer(size.width, size.height, format, 1, usage, "zel-bench");
