@@ -42,10 +42,13 @@ DrawScope::DrawScope(ContextState* context, unsigned uses, const DrawCoverage::D
 
 DrawScope::~DrawScope() {
     if (!mCovered.empty()) {
-        // A draw that failed wrote nothing: the covered textures hold what they held.
+        // A draw that was refused or failed wrote nothing: the covered textures hold what they
+        // held.
         const GLenum error = mesa().glGetError();
         if (error != GL_NO_ERROR) {
             GlErrorQueue::push(error);
+        }
+        if (mRefused || error != GL_NO_ERROR) {
             for (const auto& [texture, previous] : mCovered) {
                 texture->uncover(previous);
             }
