@@ -11,10 +11,11 @@
  * answered. What that driver offers is chosen by a driver profile (below).
  *
  * Buffer memory is the truth. A draw that samples a buffer whose memory changed since the GPU last
- * saw it uploads it first; rendering into a buffer reaches its memory at glFlush, glFinish,
- * eglMakeCurrent of another context, deletion of the texture, and the creation of any sync (a
- * native fence is signalled only after that). A buffer's first row in memory is texture row t = 0
- * and framebuffer row 0.
+ * saw it uploads it first, and so does a draw into it, unless that draw is a glDrawArrays the layer
+ * can prove writes every pixel (see coveredTargets); rendering into a buffer reaches its memory at
+ * glFlush, glFinish, eglMakeCurrent of another context, deletion of the texture, and the creation
+ * of any sync (a native fence is signalled only after that). A buffer's first row in memory is
+ * texture row t = 0 and framebuffer row 0.
  *
  * Images of RGBA_8888 and RGBX_8888 buffers, and of the YUV 4:2:0 formats NV21 (0x11),
  * YCbCr_420_888 (0x23), P010 (0x36), YV12 and the vendor stand-ins 0x1000, 0x7f000030 and
