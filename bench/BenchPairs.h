@@ -1,9 +1,12 @@
 /*
- * The format pairs the benchmarks measure, shared by zel_compare and zel_blit_bench.
+ * The format pairs the benchmarks measure, and their helpers, shared by zel_compare and
+ * zel_blit_bench.
  */
 #pragma once
 
 #include <cstdint>
+
+#include <ui/GraphicBuffer.h>
 
 namespace zel_bench {
 
@@ -24,5 +27,15 @@ constexpr Pair kPairs[] = {{"NV21->RGBA", kNv21, kRgba},
                            {"P010->RGBA", kP010, kRgba},
                            {"YV12->RGBA", kYv12, kRgba},
                            {"NV21->NV21", kNv21, kNv21}};
+
+// The CPU writes one byte of the buffer, as a decoder recycling it would write all of them: its
+// memory is new to the GPU.
+inline void touch(const android::sp<android::GraphicBuffer>& buffer) {
+    void* pixels = nullptr;
+    if (buffer->lock(0x33, &pixels) == android::OK && pixels != nullptr) {
+        static_cast<unsigned char*>(pixels)[0] ^= 1;
+        buffer->unlock();
+    }
+}
 
 }  // namespace zel_bench

@@ -2,9 +2,10 @@
  * Steady-state cost of one frame through the public blit on the host GPU, as a matrix: format
  * pair, frame size, direct (GLES) or threaded renderer, entry point (waiting with a time-out,
  * handing back a fence, or asynchronous through the listener with two destinations in flight),
- * cached or uncached source (CPU usage bits keep a source out of the source cache) and the number
- * of distinct source buffers cycled through. Program and mesh caches are on. Each case reports the
- * time per frame, the cost per output pixel and, per frame, what the GPU layer did.
+ * cached or uncached source (CPU usage bits keep a source out of the source cache), the number
+ * of distinct source buffers cycled through, and (at 1080p) a destination the CPU writes before
+ * every frame, as a decoder recycling its buffers does. Program and mesh caches are on. Each case
+ * reports the time per frame, the cost per output pixel and, per frame, what the GPU layer did.
  *
  * The 4K cases, the 720p cases of pairs other than NV21->RGBA and the 400-source case are
  * registered only with --zel_full (bench/README.md), so that the default run stays short enough
@@ -63,6 +64,7 @@ struct Case {
     Entry entry;
     bool cached;
     size_t sources;
+    bool cpuWritesDestination = false;
 };
 
 android::sp<android::GraphicBuffer> allocate(int32_t format, const Size& size, uint64_t usage) {
@@ -133,6 +135,8 @@ void reportCounters(benchmark::State& state, const zel::host::GpuCounters& befor
     state.counters["draws/frame"] = (after.draws - before.draws) / frames;
     state.counters["uploads/frame"] = (after.uploads - before.uploads) / frames;
     state.counters["writeBacks/frame"] = (after.writeBacks - before.writeBacks) / frames;
+    state.counters["passes/frame"] = (after.internalPasses - before.internalPasses) / frames;
+    state.counters["covered/frame"] = (after.coveredTargets - before.coveredTargets) / frames;
     const char* threads = std::getenv("LP_NUM_THREADS");
     state.SetLabel(std::string("LP_NUM_THREADS=") + (threads != nullptr ? threads : "unset"));
 }
@@ -158,9 +162,10 @@ void blitFrames(benchmark::State& state, const Case& c) {
     }
     const size_t slots = c.entry == Entry::kAsync ? kAsyncSlots : 1;
     std::vector<Buffer> outputs;
+    std::vector<android::sp<android::GraphicBuffer>> outputBuffers;
     for (size_t i = 0; i < slots; ++i) {
-        outputs.push_back(
-            {std::make_shared<ExternalTexture>(allocate(c.pair.dst, c.size, kGpuUsage)), nullptr});
+        outputBuffers.push_back(allocate(c.pair.dst, c.size, kGpuUsage));
+        outputs.push_back({std::make_shared<ExternalTexture>(outputBuffers.back()), nullptr});
     }
     // Warm: programs, every destination and every source once (the cache holds them if it can).
     for (size_t i = 0; i < std::max(inputs.size(), outputs.size()); ++i) {
@@ -179,6 +184,9 @@ void blitFrames(benchmark::State& state, const Case& c) {
         const std::vector<Buffer>& input = inputs[frame % inputs.size()];
         const size_t slot = frame % slots;
         ++frame;
+        if (c.cpuWritesDestination) {
+            touch(outputBuffers[slot]);
+        }
         if (c.entry == Entry::kSync) {
             ok = renderer->blit(input, outputs[slot], -1, kav::zel::APP_INSIDE_DEFAULT) ==
                  kav::zel::OK;
@@ -230,7 +238,8 @@ void add(const Case& c) {
     const std::string name = std::string(c.pair.name) + "/" + c.size.name + "/" +
                              (c.rendererType == Renderer::kTypeGles ? "direct" : "threaded") + "/" +
                              entryName(c.entry) + "/" + (c.cached ? "cached" : "uncached") +
-                             "/sources:" + std::to_string(c.sources);
+                             "/sources:" + std::to_string(c.sources) +
+                             (c.cpuWritesDestination ? "/dst:cpu-written" : "");
     benchmark::RegisterBenchmark(name.c_str(), blitFrames, c)
         ->Unit(benchmark::kMillisecond)
         ->UseRealTime();
@@ -254,6 +263,9 @@ void registerCases(bool full) {
                     add({pair, size, type, entry, true, 1});
                 }
                 add({pair, size, type, Entry::kSync, false, 1});
+            }
+            if (size.height == 1080) {
+                add({pair, size, Renderer::kTypeGles, Entry::kSync, true, 1, true});
             }
         }
     }

@@ -7,8 +7,11 @@
  *
  *   LP_NUM_THREADS=2 ./build/bin/zel_compare [--frames N] [--size WxH] [--pair NV21->RGBA]
  *                                            [--method ours|floor|libyuv]
+ *                                            [--cpu-writes-destination 1]
  *
  * --pair and --method restrict the run (bench/callgrind.sh counts instructions that way).
+ * --cpu-writes-destination 1 has the CPU write our destination before every frame (in the
+ * frame's time), as a decoder recycling its buffers does; the floor never reads its destination.
  */
 #include <algorithm>
 #include <chrono>
@@ -76,7 +79,8 @@ android::sp<android::GraphicBuffer> allocate(int32_t format, uint32_t width, uin
     return buffer;
 }
 
-double oursMs(const Pair& pair, uint32_t width, uint32_t height, int frames) {
+double oursMs(const Pair& pair, uint32_t width, uint32_t height, int frames,
+              bool cpuWritesDestination) {
     Renderer::Args args;
     args.rendererType = 1;
     std::shared_ptr<Renderer> renderer = Renderer::create(args);
@@ -87,8 +91,12 @@ double oursMs(const Pair& pair, uint32_t width, uint32_t height, int frames) {
     renderer->setConfig(Renderer::ENABLE, &enable);
     const std::vector<Buffer> inputs{
         {std::make_shared<ExternalTexture>(allocate(pair.src, width, height)), nullptr}};
-    Buffer output{std::make_shared<ExternalTexture>(allocate(pair.dst, width, height)), nullptr};
+    const android::sp<android::GraphicBuffer> destination = allocate(pair.dst, width, height);
+    Buffer output{std::make_shared<ExternalTexture>(destination), nullptr};
     return medianMs(frames, [&] {
+        if (cpuWritesDestination) {
+            touch(destination);
+        }
         return renderer->blit(inputs, output, -1, kav::zel::APP_INSIDE_DEFAULT) == kav::zel::OK;
     });
 }
@@ -427,6 +435,7 @@ int main(int argc, char** argv) {
     uint32_t height = 1080;
     std::string onlyPair;
     std::string onlyMethod;
+    bool cpuWritesDestination = false;
     for (int i = 1; i + 1 < argc; i += 2) {
         if (std::strcmp(argv[i], "--frames") == 0) {
             frames = std::max(1, std::atoi(argv[i + 1]));
@@ -436,6 +445,8 @@ int main(int argc, char** argv) {
             onlyPair = argv[i + 1];
         } else if (std::strcmp(argv[i], "--method") == 0) {
             onlyMethod = argv[i + 1];
+        } else if (std::strcmp(argv[i], "--cpu-writes-destination") == 0) {
+            cpuWritesDestination = std::atoi(argv[i + 1]) != 0;
         }
     }
     GlFloor gl;
@@ -447,9 +458,10 @@ int main(int argc, char** argv) {
     const std::time_t now = std::time(nullptr);
     std::strftime(date, sizeof(date), "%Y-%m-%d %H:%M UTC", std::gmtime(&now));
     const char* threads = std::getenv("LP_NUM_THREADS");
-    std::printf("%s; LP_NUM_THREADS=%s; %s; %s; %ux%u, median of %d frames\n\n", machine().c_str(),
-                threads != nullptr ? threads : "unset", gl.version().c_str(), date, width, height,
-                frames);
+    std::printf("%s; LP_NUM_THREADS=%s; %s; %s; %ux%u, median of %d frames%s\n\n",
+                machine().c_str(), threads != nullptr ? threads : "unset", gl.version().c_str(),
+                date, width, height, frames,
+                cpuWritesDestination ? "; the CPU writes our destination before every frame" : "");
     std::printf("| pair | ours (ms) | floor (ms) | libyuv (ms) | ours/floor | ours/libyuv |\n");
     std::printf("|---|---|---|---|---|---|\n");
     const auto wanted = [&](const char* method) {
@@ -459,7 +471,8 @@ int main(int argc, char** argv) {
         if (!onlyPair.empty() && onlyPair != pair.name) {
             continue;
         }
-        const double ours = wanted("ours") ? oursMs(pair, width, height, frames) : -1.0;
+        const double ours =
+            wanted("ours") ? oursMs(pair, width, height, frames, cpuWritesDestination) : -1.0;
         const double floor = wanted("floor") ? floorMs(gl, pair, width, height, frames) : -1.0;
         const double cpu = wanted("libyuv") ? libyuvMs(pair, width, height, frames) : -1.0;
         std::printf("| %s | %s | %s | %s | %s | %s |\n", pair.name, ms(ours).c_str(),

@@ -22,6 +22,8 @@ enum class Counter : size_t {
     WriteBacks,
     FenceFdsCreated,
     ProgramVariants,
+    InternalPasses,
+    CoveredTargets,
     // Live objects: they follow what exists and are never reset.
     ContextsAlive,
     ImagesAlive,

@@ -9,7 +9,8 @@
 namespace zel {
 namespace hostgpu {
 
-DrawScope::DrawScope(ContextState* context, unsigned uses) {
+DrawScope::DrawScope(ContextState* context, unsigned uses, const DrawCoverage::DrawArrays* draw)
+    : mDraw(draw) {
     if (context == nullptr) {
         return;
     }
@@ -36,9 +37,23 @@ DrawScope::DrawScope(ContextState* context, unsigned uses) {
     if ((uses & Samples) != 0) {
         bindExternalSamplers();
     }
+    mDraw = nullptr;
 }
 
 DrawScope::~DrawScope() {
+    if (!mCovered.empty()) {
+        // A draw that was refused or failed wrote nothing: the covered textures hold what they
+        // held.
+        const GLenum error = mesa().glGetError();
+        if (error != GL_NO_ERROR) {
+            GlErrorQueue::push(error);
+        }
+        if (mRefused || error != GL_NO_ERROR) {
+            for (const auto& [texture, previous] : mCovered) {
+                texture->uncover(previous);
+            }
+        }
+    }
     if (mRestore.empty() && !mVariantActive) {
         return;
     }
@@ -110,12 +125,64 @@ void DrawScope::prepareAttachments(GLenum binding, bool rendered) {
             continue;
         }
         writeBackOthers(*texture);
-        texture->refreshForRendering(mContext->passResources());
+        if (rendered && mDraw != nullptr && texture->renderingNeedsMemory() &&
+            drawCovers(*texture)) {
+            mCovered.emplace_back(texture, texture->cover());
+        } else {
+            texture->refreshForRendering(mContext->passResources());
+        }
         if (rendered) {
             texture->markRendered();
             mRendered.push_back(texture);
         }
     }
+}
+
+bool DrawScope::drawCovers(ImageTexture& texture) {
+    const MesaFunctions& gl = mesa();
+    GLint program = 0;
+    gl.glGetIntegerv(GL_CURRENT_PROGRAM, &program);
+    const DrawCoverage::Program* coverage =
+        mContext->shareGroup().coverage(static_cast<GLuint>(program));
+    if (coverage == nullptr ||
+        samplesBuffer(static_cast<GLuint>(program), texture.image().bufferId())) {
+        return false;
+    }
+    // The draw's own error tells whether it ran: an earlier one is kept for the client, one
+    // raised by the checks' queries makes the answer no.
+    const GLenum earlier = gl.glGetError();
+    if (earlier != GL_NO_ERROR) {
+        GlErrorQueue::push(earlier);
+    }
+    const bool covered = DrawCoverage::covers(*coverage, static_cast<GLuint>(program), *mDraw,
+                                              texture.renderTexture(), texture.image().crop().width,
+                                              texture.image().crop().height);
+    return gl.glGetError() == GL_NO_ERROR && covered;
+}
+
+bool DrawScope::samplesBuffer(GLuint program, uint64_t bufferId) {
+    ProgramRecord* record = mContext->shareGroup().program(program);
+    if (record == nullptr) {
+        return false;
+    }
+    const MesaFunctions& gl = mesa();
+    GLint active = 0;
+    gl.glGetIntegerv(GL_ACTIVE_TEXTURE, &active);
+    bool found = false;
+    for (const ProgramRecord::Sampler& sampler : record->samplers()) {
+        for (GLint location : sampler.locations) {
+            GLint unit = 0;
+            gl.glGetUniformiv(program, location, &unit);
+            gl.glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(unit));
+            GLint clientTexture = 0;
+            gl.glGetIntegerv(GL_TEXTURE_BINDING_EXTERNAL_OES, &clientTexture);
+            const ImageTexture* sampled =
+                mContext->shareGroup().find(static_cast<GLuint>(clientTexture));
+            found = found || (sampled != nullptr && sampled->image().bufferId() == bufferId);
+        }
+    }
+    gl.glActiveTexture(static_cast<GLenum>(active));
+    return found;
 }
 
 void DrawScope::bind(GLenum unit, GLuint texture) {

@@ -8,7 +8,9 @@
  *   images' kinds is current for the call (with the client program's uniform values); the units'
  *   GL_TEXTURE_2D bindings and the client's program are restored afterwards;
  * - image textures attached to the draw framebuffer are brought up to date first (pixels a draw
- *   does not cover keep the buffer's contents) and marked rendered;
+ *   does not cover keep the buffer's contents) and marked rendered; a glDrawArrays that provably
+ *   writes every pixel of one (DrawCoverage) needs nothing from its memory, and should the draw
+ *   fail the texture goes back to what it held;
  * - image textures attached to the read framebuffer are brought up to date.
  * Holds the share group's lock for the whole call.
  */
@@ -19,6 +21,7 @@
 #include <vector>
 
 #include "ContextState.h"
+#include "DrawCoverage.h"
 #include "KhronosApi.h"
 
 namespace zel {
@@ -33,8 +36,9 @@ public:
         Copies = 8,   // what it reads goes into a texture or framebuffer
     };
 
-    // `context` null (no context of the layer current): does nothing.
-    DrawScope(ContextState* context, unsigned uses);
+    // `context` null (no context of the layer current): does nothing. `draw`: the glDrawArrays
+    // about to run, read in the constructor only.
+    DrawScope(ContextState* context, unsigned uses, const DrawCoverage::DrawArrays* draw = nullptr);
     ~DrawScope();
     DrawScope(const DrawScope&) = delete;
     DrawScope& operator=(const DrawScope&) = delete;
@@ -51,6 +55,11 @@ private:
     // GL_EXT_YUV_target about YUV render targets and reads.
     bool breaksYuvTargetRules(ContextState& context, unsigned uses) const;
     void prepareAttachments(GLenum binding, bool rendered);
+    // Whether the draw about to run writes every pixel of `texture`, attached to the draw
+    // framebuffer, and samples no image of its buffer.
+    bool drawCovers(ImageTexture& texture);
+    // Whether an external sampler of `program` samples an image of the buffer `bufferId`.
+    bool samplesBuffer(GLuint program, uint64_t bufferId);
     // Writes back other textures of the buffer of `texture` with pending rendering, so that
     // memory holds it before `texture` is refreshed.
     void writeBackOthers(ImageTexture& texture);
@@ -67,6 +76,9 @@ private:
     std::vector<std::pair<GLenum, GLint>> mRestore;
     // Textures this call renders into.
     std::vector<ImageTexture*> mRendered;
+    const DrawCoverage::DrawArrays* mDraw = nullptr;  // in the constructor only
+    // Textures taken as covered by the draw, with what ImageTexture::uncover needs.
+    std::vector<std::pair<ImageTexture*, uint64_t>> mCovered;
 };
 
 }  // namespace hostgpu

@@ -150,6 +150,7 @@ EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay dpy, EGLContext ctx) {
         std::lock_guard<std::mutex> lock(current->shareGroup().mutex());
         mesa().glUseProgram(0);
         current->shareGroup().setProgram(current->deferredProgram(), nullptr);
+        current->shareGroup().setCoverage(current->deferredProgram(), nullptr);
         mesa().glDeleteProgram(current->deferredProgram());
         current->deferProgramDeletion(0);
     }

@@ -13,6 +13,7 @@ using zel::hostgpu::ContextState;
 using zel::hostgpu::Counter;
 using zel::hostgpu::Counters;
 using zel::hostgpu::CurrentContext;
+using zel::hostgpu::DrawCoverage;
 using zel::hostgpu::DrawScope;
 using zel::hostgpu::mesa;
 using zel::hostgpu::YuvTargetReader;
@@ -21,9 +22,9 @@ namespace {
 
 constexpr unsigned kDraw = DrawScope::Samples | DrawScope::Renders;
 
-DrawScope drawScope() {
+DrawScope drawScope(const DrawCoverage::DrawArrays* draw = nullptr) {
     Counters::add(Counter::Draws);
-    return DrawScope(CurrentContext::get(), kDraw);
+    return DrawScope(CurrentContext::get(), kDraw, draw);
 }
 
 }  // namespace
@@ -31,7 +32,8 @@ DrawScope drawScope() {
 extern "C" {
 
 GL_APICALL void GL_APIENTRY glDrawArrays(GLenum mode, GLint first, GLsizei count) {
-    DrawScope scope = drawScope();
+    const DrawCoverage::DrawArrays draw = {mode, first, count};
+    DrawScope scope = drawScope(&draw);
     if (scope.refused()) {
         return;
     }

@@ -4,6 +4,7 @@
  * records where a program's external samplers are and the text of its stages, for the draw-time
  * binding of image textures and the program's YUV variants.
  */
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -18,8 +19,10 @@ using zel::hostgpu::ContextState;
 using zel::hostgpu::Counter;
 using zel::hostgpu::Counters;
 using zel::hostgpu::CurrentContext;
+using zel::hostgpu::DrawCoverage;
 using zel::hostgpu::ExternalSampler;
 using zel::hostgpu::mesa;
+using zel::hostgpu::PositionForm;
 using zel::hostgpu::ProgramRecord;
 using zel::hostgpu::ProgramVariant;
 using zel::hostgpu::RewrittenShader;
@@ -105,6 +108,44 @@ std::unique_ptr<ProgramRecord> recordOf(ShareGroup& group, GLuint program) {
     return std::make_unique<ProgramRecord>(std::move(samplers), std::move(stages));
 }
 
+// Where a linked program's draws go, when its vertex shader proves it and no stage leaves
+// fragments out (DrawCoverage).
+std::optional<DrawCoverage::Program> coverageOf(const ShareGroup& group, GLuint program,
+                                                const std::vector<GLuint>& shaders) {
+    if (shaders.size() != 2) {
+        return std::nullopt;  // a vertex and a fragment shader, nothing between them
+    }
+    const PositionForm* form = nullptr;
+    for (GLuint shader : shaders) {
+        const ShareGroup::ShaderPlacement* placement = group.shaderPlacement(shader);
+        if (placement == nullptr || placement->dropsFragments) {
+            return std::nullopt;
+        }
+        if (placement->position) {
+            if (form != nullptr) {
+                return std::nullopt;
+            }
+            form = &*placement->position;
+        }
+    }
+    if (form == nullptr) {
+        return std::nullopt;
+    }
+    const zel::hostgpu::MesaFunctions& gl = mesa();
+    DrawCoverage::Program coverage;
+    coverage.position = gl.glGetAttribLocation(program, form->attribute.c_str());
+    if (!form->projection.empty()) {
+        coverage.projection = gl.glGetUniformLocation(program, form->projection.c_str());
+        if (coverage.projection < 0) {
+            return std::nullopt;
+        }
+    }
+    if (coverage.position < 0) {
+        return std::nullopt;
+    }
+    return coverage;
+}
+
 }  // namespace
 
 extern "C" {
@@ -116,6 +157,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateShader(GLenum type) {
         // The name may have served a deleted shader.
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         context->shareGroup().setShader(shader, {});
+        context->shareGroup().setShaderPlacement(shader, {});
     }
     return shader;
 }
@@ -126,6 +168,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
     if (context != nullptr && program != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
         context->shareGroup().setProgram(program, nullptr);
+        context->shareGroup().setCoverage(program, nullptr);
         context->shareGroup().programs().add(program);
     }
     return program;
@@ -147,6 +190,7 @@ GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
             return;
         }
         context->shareGroup().setProgram(program, nullptr);
+        context->shareGroup().setCoverage(program, nullptr);
     }
     mesa().glDeleteProgram(program);
 }
@@ -166,6 +210,7 @@ GL_APICALL void GL_APIENTRY glUseProgram(GLuint program) {
     const GLuint deleted = context->deferredProgram();
     context->deferProgramDeletion(0);
     context->shareGroup().setProgram(deleted, nullptr);
+    context->shareGroup().setCoverage(deleted, nullptr);
     mesa().glDeleteProgram(deleted);
 }
 
@@ -193,6 +238,8 @@ GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
         ShaderRewriter::rewrite(source, {}, context->attributes().conformant);
     const GLchar* text = rewritten.changed ? rewritten.source.c_str() : source.c_str();
     mesa().glShaderSource(shader, 1, &text, nullptr);
+    ShareGroup::ShaderPlacement placement{PositionForm::of(source),
+                                          PositionForm::dropsFragments(source)};
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
     context->shareGroup().setYuvOutput(shader, rewritten.yuvOutput);
     ShareGroup::ShaderRecord record;
@@ -201,6 +248,7 @@ GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,
         record.source = std::move(source);
     }
     context->shareGroup().setShader(shader, std::move(record));
+    context->shareGroup().setShaderPlacement(shader, std::move(placement));
 }
 
 GL_APICALL void GL_APIENTRY glCompileShader(GLuint shader) {
@@ -238,6 +286,9 @@ GL_APICALL void GL_APIENTRY glLinkProgram(GLuint program) {
     std::lock_guard<std::mutex> lock(group.mutex());
     group.linkYuvOutput(program, shaders);
     group.setProgram(program, linked == GL_TRUE ? recordOf(group, program) : nullptr);
+    const std::optional<DrawCoverage::Program> coverage =
+        linked == GL_TRUE ? coverageOf(group, program, shaders) : std::nullopt;
+    group.setCoverage(program, coverage ? &*coverage : nullptr);
 }
 
 }  // extern "C"

@@ -72,6 +72,8 @@ GpuCounters gpuCounters() {
     counters.writeBacks = Counters::get(Counter::WriteBacks);
     counters.fenceFdsCreated = Counters::get(Counter::FenceFdsCreated);
     counters.programVariants = Counters::get(Counter::ProgramVariants);
+    counters.internalPasses = Counters::get(Counter::InternalPasses);
+    counters.coveredTargets = Counters::get(Counter::CoveredTargets);
     counters.contextsAlive = Counters::get(Counter::ContextsAlive);
     counters.imagesAlive = Counters::get(Counter::ImagesAlive);
     counters.buffersAlive = Counters::get(Counter::BuffersAlive);

@@ -194,6 +194,26 @@ void ImageTexture::refreshForRendering(const PassResources& resources) {
     mTargetGeneration = generation;
 }
 
+bool ImageTexture::renderingNeedsMemory() const {
+    const uint64_t held = isYuv() ? mTargetGeneration : mGeneration;
+    return !mDirty && held != mImage->contentGeneration();
+}
+
+uint64_t ImageTexture::cover() {
+    renderTexture();
+    uint64_t& held = isYuv() ? mTargetGeneration : mGeneration;
+    const uint64_t previous = held;
+    held = mImage->contentGeneration();
+    Counters::add(Counter::CoveredTargets);
+    return previous;
+}
+
+void ImageTexture::uncover(uint64_t previous) {
+    (isYuv() ? mTargetGeneration : mGeneration) = previous;
+    mDirty = false;
+    Counters::add(Counter::CoveredTargets, -1);
+}
+
 void ImageTexture::writeBack(const PassResources& resources) {
     const bool allocated = isYuv() ? mIntermediate.allocated : mPlanes[0].allocated;
     if (!mDirty || !allocated) {

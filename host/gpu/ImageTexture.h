@@ -84,6 +84,15 @@ public:
     // Brings the render texture to the buffer's current contents, unless it holds rendering not
     // written back yet.
     void refreshForRendering(const PassResources& resources);
+    // Whether bringing the render texture to the buffer's contents would read buffer memory (an
+    // upload, and for YUV images an unpack into the intermediate).
+    bool renderingNeedsMemory() const;
+    // The draw about to run writes every pixel of the render texture: it is taken as holding the
+    // buffer's current contents, with no upload and no unpack. Returns what uncover() needs should
+    // the draw not run after all.
+    uint64_t cover();
+    // The covering draw did not run: the render texture holds what it held before cover().
+    void uncover(uint64_t previous);
     // Rendering went into the render texture.
     void markRendered() { mDirty = true; }
     bool dirty() const { return mDirty; }

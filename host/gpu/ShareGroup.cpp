@@ -122,6 +122,28 @@ void ShareGroup::linkYuvOutput(GLuint program, const std::vector<GLuint>& shader
     }
 }
 
+void ShareGroup::setShaderPlacement(GLuint shader, ShaderPlacement placement) {
+    mShaderPlacements[shader] = std::move(placement);
+}
+
+const ShareGroup::ShaderPlacement* ShareGroup::shaderPlacement(GLuint shader) const {
+    auto it = mShaderPlacements.find(shader);
+    return it == mShaderPlacements.end() ? nullptr : &it->second;
+}
+
+void ShareGroup::setCoverage(GLuint program, const DrawCoverage::Program* coverage) {
+    if (coverage == nullptr) {
+        mCoverage.erase(program);
+    } else {
+        mCoverage[program] = *coverage;
+    }
+}
+
+const DrawCoverage::Program* ShareGroup::coverage(GLuint program) const {
+    auto it = mCoverage.find(program);
+    return it == mCoverage.end() ? nullptr : &it->second;
+}
+
 const ShareGroup::ShaderRecord* ShareGroup::shader(GLuint shader) const {
     auto it = mShaders.find(shader);
     return it == mShaders.end() ? nullptr : &it->second;

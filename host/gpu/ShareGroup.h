@@ -12,14 +12,17 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
+#include "DrawCoverage.h"
 #include "ImageTexture.h"
 #include "KhronosApi.h"
 #include "LiveNames.h"
+#include "PositionForm.h"
 #include "ProgramRecord.h"
 #include "ShaderRewriter.h"
 #include "YuvPassPrograms.h"
@@ -71,6 +74,18 @@ public:
     void linkYuvOutput(GLuint program, const std::vector<GLuint>& shaders);
     bool writesYuv(GLuint program) const { return mYuvOutputPrograms.count(program) != 0; }
 
+    // What a shader's text proves about where its draws go (PositionForm); a shader the layer
+    // knows nothing about proves nothing.
+    struct ShaderPlacement {
+        std::optional<PositionForm> position;
+        bool dropsFragments = true;
+    };
+    void setShaderPlacement(GLuint shader, ShaderPlacement placement);
+    const ShaderPlacement* shaderPlacement(GLuint shader) const;
+    // A linked program whose draws DrawCoverage can check (null forgets it).
+    void setCoverage(GLuint program, const DrawCoverage::Program* coverage);
+    const DrawCoverage::Program* coverage(GLuint program) const;
+
     YuvPassPrograms& passPrograms() { return mPassPrograms; }
 
     // The client's buffer objects, textures and programs in the group, for the live counters.
@@ -98,6 +113,8 @@ private:
     std::unordered_map<GLuint, ShaderRecord> mShaders;
     std::unordered_set<GLuint> mYuvOutputShaders;
     std::unordered_set<GLuint> mYuvOutputPrograms;
+    std::unordered_map<GLuint, ShaderPlacement> mShaderPlacements;
+    std::unordered_map<GLuint, DrawCoverage::Program> mCoverage;
     std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
     YuvPassPrograms mPassPrograms;
     LiveNames mBuffers{Counter::BuffersAlive};

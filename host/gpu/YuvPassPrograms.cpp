@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <string>
 
+#include "Counters.h"
 #include "MesaDriver.h"
 #include "YuvShaderCode.h"
 
@@ -127,6 +128,7 @@ bool YuvPassPrograms::run(const PassResources& resources, Pass pass, ImageLayout
     gl.glBindVertexArray(resources.vertexArray);
     gl.glViewport(0, 0, static_cast<GLsizei>(width), static_cast<GLsizei>(height));
     gl.glDrawArrays(GL_TRIANGLES, 0, 3);
+    Counters::add(Counter::InternalPasses);
     for (uint32_t i = 0; i < outputCount; ++i) {
         gl.glFramebufferTexture2D(GL_DRAW_FRAMEBUFFER, GL_COLOR_ATTACHMENT0 + i, GL_TEXTURE_2D, 0,
                                   0);

@@ -17,6 +17,8 @@
 
 #include "EglContext.h"
 #include "GlDrawing.h"
+#include "PixelMatch.h"
+#include "ReferenceConverter.h"
 
 namespace {
 
@@ -187,18 +189,27 @@ TEST(AndroidDriverProfile, ConformantKeepsToTheKhronosTexts) {
         glBindFramebuffer(GL_FRAMEBUFFER, 0);
         glDeleteFramebuffers(1, &framebuffer);
 
-        // A YUV sampler samples YUV images only: the draw is refused and writes nothing.
+        // A YUV sampler samples YUV images only: the draw is refused and writes nothing, not
+        // even where it would have covered the CPU's contents.
         {
-            ImageFramebuffer target(yuvImage, 8, 8);
-            Program raw(libraryVertexShader(), libraryFragmentShader(ShaderShape::YuvToYuv));
-            ASSERT_TRUE(raw.error().empty()) << raw.error();
-            rgbaImage.bind(GL_TEXTURE0);
-            raw.use();
-            Quad quad;
-            while (glGetError() != GL_NO_ERROR) {
+            const YuvImage written = encode(noise(8, 8, 3), {YuvStandard::Bt601, false}, 8);
+            writePlanes(*yuv, written);
+            {
+                ImageFramebuffer target(yuvImage, 8, 8);
+                Program raw(libraryVertexShader(), libraryFragmentShader(ShaderShape::YuvToYuv));
+                ASSERT_TRUE(raw.error().empty()) << raw.error();
+                rgbaImage.bind(GL_TEXTURE0);
+                raw.use();
+                Quad quad;
+                while (glGetError() != GL_NO_ERROR) {
+                }
+                quad.draw();
+                EXPECT_EQ(glGetError(), refused);
+                glFinish();
             }
-            quad.draw();
-            EXPECT_EQ(glGetError(), refused);
+            if (conformant) {
+                EXPECT_TRUE(planesMatch(readPlanes(*yuv), written, 0, 0));
+            }
         }
 
         // Draw-time rules of YUV targets: only a yuv output goes there and it goes nowhere else,

@@ -197,16 +197,17 @@ TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered)
     auto counters = [] { return zel::host::gpuCounters(); };
     const PixelFunction transposed = [](int x, int y) { return pattern(y, x); };
 
-    // first -> second: the source and the target each get their buffer's contents once.
+    // first -> second: the source gets its buffer's contents once; the target none, as the
+    // quad covers it.
     glActiveTexture(GL_TEXTURE1);
     glBindTexture(GL_TEXTURE_EXTERNAL_OES, sampleFirst);
     glBindFramebuffer(GL_FRAMEBUFFER, toSecond);
     program.draw();
-    EXPECT_EQ(counters().uploads, 2u);
+    EXPECT_EQ(counters().uploads, 1u);
     // Targeting the same image again, as on every bind of the library, keeps what is uploaded.
     glEGLImageTargetTexture2DOES(GL_TEXTURE_EXTERNAL_OES, firstImage);
     program.draw();
-    EXPECT_EQ(counters().uploads, 2u);
+    EXPECT_EQ(counters().uploads, 1u);
     EXPECT_EQ(counters().draws, 2u);
     EXPECT_EQ(counters().writeBacks, 0u);
     glFlush();
@@ -217,7 +218,7 @@ TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered)
     // The CPU changes the first buffer: the next draw uploads it again, and only it.
     fill(first, transposed);
     program.draw();
-    EXPECT_EQ(counters().uploads, 3u);
+    EXPECT_EQ(counters().uploads, 2u);
     glFinish();
     EXPECT_TRUE(holds(second, transposed));
 
@@ -275,6 +276,181 @@ TEST_F(AndroidRendering, UploadsOnlyWhatChangedAndWritesBackOnlyWhatWasRendered)
         glFinish();
         EXPECT_TRUE(holds(second, leftHalf)) << cpuWrote;
         fill(first, pattern);
+    }
+}
+
+// A draw known to write every pixel of its target needs nothing from the target's memory: the
+// CPU's scribbles are neither uploaded nor kept. Every draw that leaves a pixel out (viewport,
+// scissor, colour mask, blending, a smaller shape, discard, a mesh the layer does not read)
+// still starts from memory, and what it leaves out keeps the CPU's contents.
+TEST_F(AndroidRendering, DrawsCoveringTheirTargetNeedNothingFromItsMemory) {
+    const int width = 9;  // odd: the last column's pixel centre is half a pixel from the edge
+    const int height = 7;
+    sp<GraphicBuffer> source = allocate(width, height);
+    sp<GraphicBuffer> destination = allocate(width, height);
+    fill(source, pattern);
+    const GLuint sampled = copySetup(source, destination);
+    glActiveTexture(GL_TEXTURE1);
+    glBindTexture(GL_TEXTURE_EXTERNAL_OES, sampled);
+    CopyProgram program;
+    CopyProgram projected(zel::test::libraryVertexShader(true));
+    CopyProgram discarding(zel::test::libraryVertexShader(),
+                           "#version 310 es\n#extension GL_OES_EGL_image_external_essl3 : require\n"
+                           "precision mediump float;\nuniform samplerExternalOES uSource;\n"
+                           "in vec2 vTexCoords;\nout vec4 fragColor;\nvoid main() {\n"
+                           "    if (vTexCoords.x < 0.0) discard;\n"
+                           "    fragColor = texture(uSource, vTexCoords);\n}\n");
+    // A local of main hides the attribute: the quad is halved.
+    CopyProgram hiding(
+        "#version 310 es\nlayout(location = 0) in vec2 aPosition;\n"
+        "out vec2 vTexCoords;\nvoid main(void) {\n"
+        "    vTexCoords = (aPosition + 1.0) * 0.5;\n"
+        "    vec2 aPosition = aPosition * 0.5;\n"
+        "    gl_Position = vec4(aPosition, 0.0, 1.0);\n}\n");
+    ASSERT_EQ(program.error() + projected.error() + discarding.error() + hiding.error(), "");
+    program.draw();  // the source's upload, out of the way
+    glFinish();
+
+    // x, y of the library's rectangle: two triangles from client memory.
+    const GLfloat rectangle[] = {-1, 1, -1, -1, 1, -1, -1, 1, 1, -1, 1, 1};
+    auto drawArrays = [](const CopyProgram& with, GLenum mode, const GLfloat* xy, GLsizei count) {
+        with.use();
+        glBindVertexArray(0);
+        glBindBuffer(GL_ARRAY_BUFFER, 0);
+        glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, xy);
+        glEnableVertexAttribArray(0);
+        glDrawArrays(mode, 0, count);
+        glDisableVertexAttribArray(0);
+    };
+    auto withProjection = [&](std::initializer_list<GLfloat> columns) {
+        projected.use();
+        glUniformMatrix4fv(glGetUniformLocation(projected.name(), "uProjection"), 1, GL_FALSE,
+                           std::vector<GLfloat>(columns).data());
+        projected.draw();
+    };
+    // The last column's centre (x = 8.5) lies outside a quad that ends at 8.4.
+    const GLfloat shortRight = 2.0f * 8.4f / width - 1.0f;
+    const GLfloat shortQuad[] = {-1, -1, shortRight, -1, -1, 1, shortRight, 1};
+    const GLuint indices[] = {0, 1, 2, 3};
+    const PixelFunction mirrored = [&](int x, int y) { return pattern(width - 1 - x, y); };
+    const PixelFunction halved = [&](int x, int y) {
+        // Window x 2.25..6.75 and y 1.75..5.25 hold the pixel centres 2..6 and 2..4.
+        const bool inside = x >= 2 && x <= 6 && y >= 2 && y <= 4;
+        return inside ? pattern(2 * x - 4, 2 * y - 3) : kPoison;
+    };
+    const PixelFunction lastColumnKept = [&](int x, int y) {
+        return x == width - 1 ? kPoison : pattern(x, y);
+    };
+
+    struct Case {
+        const char* name;
+        std::function<void()> draw;
+        bool covers;
+        PixelFunction expected;
+    };
+    const Case cases[] = {
+        {"strip from a buffer object", [&] { program.draw(); }, true, pattern},
+        {"the library's triangles", [&] { drawArrays(program, GL_TRIANGLES, rectangle, 6); }, true,
+         pattern},
+        {"a projection with z on the near plane",
+         [&] {
+             withProjection({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, -2, 0, 0, 0, -1, 1});
+         },
+         true, pattern},
+        {"a mirroring projection",
+         [&] {
+             withProjection({-1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+         },
+         true, mirrored},
+        // After a draw that left other pixels on the GPU, so that a wrong "covered" shows.
+        {"a local hiding the position attribute", [&] { hiding.draw(); }, false, halved},
+        {"a scissor box holding the target",
+         [&] {
+             glEnable(GL_SCISSOR_TEST);
+             glScissor(-1, 0, width + 1, height);
+             program.draw();
+             glDisable(GL_SCISSOR_TEST);
+         },
+         true, pattern},
+        {"a quad short of the last pixel centre",
+         [&] { drawArrays(program, GL_TRIANGLE_STRIP, shortQuad, 4); }, false, lastColumnKept},
+        {"a projection halving the quad",
+         [&] {
+             withProjection({1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 2});
+         },
+         false, halved},
+        {"a viewport off the first column",
+         [&] {
+             glViewport(1, 0, width, height);
+             program.draw();
+             glViewport(0, 0, width, height);
+         },
+         false, [&](int x, int y) { return x == 0 ? kPoison : pattern(x - 1, y); }},
+        {"a scissor box without the last row",
+         [&] {
+             glEnable(GL_SCISSOR_TEST);
+             glScissor(0, 0, width, height - 1);
+             program.draw();
+             glDisable(GL_SCISSOR_TEST);
+         },
+         false, [&](int x, int y) { return y == height - 1 ? kPoison : pattern(x, y); }},
+        {"alpha masked",
+         [&] {
+             glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_FALSE);
+             program.draw();
+             glColorMask(GL_TRUE, GL_TRUE, GL_TRUE, GL_TRUE);
+         },
+         false,
+         [&](int x, int y) {
+             Rgb8 pixel = pattern(x, y);
+             pixel.a = kPoison.a;
+             return pixel;
+         }},
+        {"blending",
+         [&] {
+             glEnable(GL_BLEND);
+             glBlendFunc(GL_ZERO, GL_ONE);
+             program.draw();
+             glDisable(GL_BLEND);
+         },
+         false, poison},
+        {"one triangle of the quad",
+         [&] { drawArrays(program, GL_TRIANGLE_STRIP, rectangle + 2, 3); }, false, nullptr},
+        {"a fragment shader that may discard", [&] { discarding.draw(); }, false, pattern},
+        {"indexed",
+         [&] {
+             program.use();
+             glBindVertexArray(0);
+             glBindBuffer(GL_ARRAY_BUFFER, 0);
+             const GLfloat strip[] = {-1, -1, 1, -1, -1, 1, 1, 1};
+             glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 0, strip);
+             glEnableVertexAttribArray(0);
+             glDrawElements(GL_TRIANGLE_STRIP, 4, GL_UNSIGNED_INT, indices);
+             glDisableVertexAttribArray(0);
+         },
+         false, pattern},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        fill(destination, poison);  // the CPU scribbles on the destination between draws
+        const zel::host::GpuCounters before = zel::host::gpuCounters();
+        c.draw();
+        const zel::host::GpuCounters after = zel::host::gpuCounters();
+        EXPECT_EQ(after.uploads - before.uploads, c.covers ? 0u : 1u);
+        EXPECT_EQ(after.coveredTargets - before.coveredTargets, c.covers ? 1u : 0u);
+        glFinish();
+        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+        if (c.expected != nullptr) {
+            EXPECT_TRUE(holds(destination, c.expected));
+        } else {
+            // Lower left half drawn, the far corner kept.
+            zel::test::RgbImage actual = zel::test::readRgba(*destination);
+            auto same = [](const Rgb8& a, const Rgb8& b) {
+                return a.r == b.r && a.g == b.g && a.b == b.b && a.a == b.a;
+            };
+            EXPECT_TRUE(same(actual.at(0, 0), pattern(0, 0)));
+            EXPECT_TRUE(same(actual.at(width - 1, height - 1), kPoison));
+        }
     }
 }
 

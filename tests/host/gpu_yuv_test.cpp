@@ -382,6 +382,20 @@ TEST_F(YuvRendering, PixelsOutsideTheDrawKeepTheBufferContents) {
         EXPECT_EQ(zel::host::gpuCounters().uploads, uploads + 1);  // the CPU's new contents
         glFinish();
         EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*destination), expected, 1, 2));
+
+        // The CPU scribbles on the whole buffer; a draw over all of it needs none of that: no
+        // upload, no unpack, only the write-back's packing of luma and of chroma.
+        zel::test::writePlanes(
+            *destination, zel::test::encode(zel::test::noise(width, height, 13), kBt601, depth));
+        const zel::host::GpuCounters start = zel::host::gpuCounters();
+        quad.draw();
+        glFinish();
+        const zel::host::GpuCounters end = zel::host::gpuCounters();
+        EXPECT_EQ(end.uploads, start.uploads);
+        EXPECT_EQ(end.coveredTargets - start.coveredTargets, 1u);
+        EXPECT_EQ(end.internalPasses - start.internalPasses, 2u);
+        EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*destination),
+                                           zel::test::encode(drawn, kBt601, depth), 1, 2));
         EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
     }
 }

@@ -265,6 +265,15 @@ TEST_P(Blit, SteadyStateReusesImagesProgramsAndMeshes) {
     EXPECT_EQ(steady.draws - warm.draws, 3u);
     EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
 
+    // The CPU scribbles on the destination between frames: the pass's rectangle covers it, so
+    // none of the scribble is uploaded and none of it survives.
+    poisonBuffer(*mDestination);
+    ASSERT_EQ(blitOnce(src, dst), OK);
+    const auto scribbled = ::zel::host::gpuCounters();
+    EXPECT_EQ(scribbled.uploads, steady.uploads);
+    EXPECT_EQ(scribbled.coveredTargets - steady.coveredTargets, 1u);
+    EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
+
     if (GetParam() == Renderer::kTypeGles) {
         auto* gles = static_cast<GLESRenderer*>(mRenderer.get());
         EXPECT_EQ(gles->cachedImageIds(0).size(), 1u);

@@ -11,10 +11,11 @@
  * answered. What that driver offers is chosen by a driver profile (below).
  *
  * Buffer memory is the truth. A draw that samples a buffer whose memory changed since the GPU last
- * saw it uploads it first; rendering into a buffer reaches its memory at glFlush, glFinish,
- * eglMakeCurrent of another context, deletion of the texture, and the creation of any sync (a
- * native fence is signalled only after that). A buffer's first row in memory is texture row t = 0
- * and framebuffer row 0.
+ * saw it uploads it first, and so does a draw into it, unless that draw is a glDrawArrays the layer
+ * can prove writes every pixel (see coveredTargets); rendering into a buffer reaches its memory at
+ * glFlush, glFinish, eglMakeCurrent of another context, deletion of the texture, and the creation
+ * of any sync (a native fence is signalled only after that). A buffer's first row in memory is
+ * texture row t = 0 and framebuffer row 0.
  *
  * Images of RGBA_8888 and RGBX_8888 buffers, and of the YUV 4:2:0 formats NV21 (0x11),
  * YCbCr_420_888 (0x23), P010 (0x36), YV12 and the vendor stand-ins 0x1000, 0x7f000030 and
@@ -68,6 +69,14 @@ struct GpuCounters {
     uint64_t writeBacks = 0;           // rendered pixels copied back into buffer memory
     uint64_t fenceFdsCreated = 0;      // descriptors handed out by eglDupNativeFenceFDANDROID
     uint64_t programVariants = 0;      // driver programs built for YUV images (see above)
+    // Draws the layer makes beyond the client's own: unpacking a YUV buffer's planes before a
+    // draw into it, packing its planes for the write-back.
+    uint64_t internalPasses = 0;
+    // Render targets a draw was known to cover completely (every pixel written: a quad or
+    // triangle over the whole viewport, which covers the target, with no scissor, blending,
+    // masking, depth or stencil test and no discard), so that their buffer's changed memory was
+    // neither uploaded nor unpacked before it.
+    uint64_t coveredTargets = 0;
     // Live objects now: never reset.
     uint64_t contextsAlive = 0;  // created and neither destroyed nor released by eglTerminate
     // EGLImages of Android buffers that still exist: not destroyed, or destroyed while a texture
