@@ -115,6 +115,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateShader(GLenum type) {
     if (context != nullptr && shader != 0) {
         // The name may have served a deleted shader.
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().releaseFreed(shader);
         context->shareGroup().setShader(shader, {});
     }
     return shader;
@@ -125,6 +126,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().releaseFreed(program);
         context->shareGroup().setProgram(program, nullptr);
         context->shareGroup().programs().add(program);
     }
@@ -132,23 +134,25 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
 }
 
 GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
+    mesa().glDeleteProgram(program);
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
-        {
-            // Counted as gone: the name is the client's no more, even while it stays current.
-            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-            context->shareGroup().programs().forget(program);
-        }
-        // A current program lives on until it is replaced: its record stays until the name
-        // serves another program.
-        GLint current = 0;
-        mesa().glGetIntegerv(GL_CURRENT_PROGRAM, &current);
-        if (static_cast<GLuint>(current) != program) {
-            std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
-            context->shareGroup().setProgram(program, nullptr);
-        }
+        std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        // Counted as gone: the name is the client's no more, even while it stays current.
+        context->shareGroup().programs().forget(program);
+        // A current program lives on until it is replaced, and its record with it.
+        context->shareGroup().deleted(program);
     }
-    mesa().glDeleteProgram(program);
+}
+
+GL_APICALL void GL_APIENTRY glDeleteShader(GLuint shader) {
+    mesa().glDeleteShader(shader);
+    ContextState* context = CurrentContext::get();
+    if (context != nullptr && shader != 0) {
+        // An attached shader lives on until it is detached, and its record with it.
+        std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().deleted(shader);
+    }
 }
 
 GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,

@@ -143,5 +143,31 @@ ProgramRecord* ShareGroup::program(GLuint program) {
     return it == mPrograms.end() ? nullptr : it->second.get();
 }
 
+void ShareGroup::deleted(GLuint name) {
+    if (std::find(mDeletedInUse.begin(), mDeletedInUse.end(), name) == mDeletedInUse.end()) {
+        mDeletedInUse.push_back(name);
+    }
+    releaseFreed();
+}
+
+void ShareGroup::releaseFreed(GLuint created) {
+    const MesaFunctions& gl = mesa();
+    auto freed = std::remove_if(mDeletedInUse.begin(), mDeletedInUse.end(), [&](GLuint name) {
+        if (name == created) {
+            return true;
+        }
+        // Shaders and programs share one name space.
+        if (gl.glIsProgram(name) == GL_TRUE || gl.glIsShader(name) == GL_TRUE) {
+            return false;
+        }
+        setProgram(name, nullptr);
+        mYuvOutputPrograms.erase(name);
+        mShaders.erase(name);
+        mYuvOutputShaders.erase(name);
+        return true;
+    });
+    mDeletedInUse.erase(freed, mDeletedInUse.end());
+}
+
 }  // namespace hostgpu
 }  // namespace zel
