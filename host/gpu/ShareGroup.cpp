@@ -153,11 +153,10 @@ void ShareGroup::deleted(GLuint name) {
 void ShareGroup::releaseFreed(GLuint created) {
     const MesaFunctions& gl = mesa();
     auto freed = std::remove_if(mDeletedInUse.begin(), mDeletedInUse.end(), [&](GLuint name) {
-        if (name == created) {
-            return true;
-        }
-        // Shaders and programs share one name space.
-        if (gl.glIsProgram(name) == GL_TRUE || gl.glIsShader(name) == GL_TRUE) {
+        // A name that serves a new object has let go of the old one. Shaders and programs share
+        // one name space.
+        if (name != created &&
+            (gl.glIsProgram(name) == GL_TRUE || gl.glIsShader(name) == GL_TRUE)) {
             return false;
         }
         setProgram(name, nullptr);

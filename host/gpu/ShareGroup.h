@@ -72,8 +72,8 @@ public:
     // object. Waiting for the name to serve another object instead would keep them for good, as
     // the driver does not reuse these names.
     void deleted(GLuint name);
-    // Drops the records of deleted shaders and programs that the driver has freed since, and stops
-    // waiting on `created`, a name that serves a new object now. A context of the group must be
+    // Drops the records of deleted shaders and programs that the driver has freed since, those of
+    // `created` (a name that serves a new object now) included. A context of the group must be
     // current.
     void releaseFreed(GLuint created = 0);
     // Whether a shader, and a linked program through its shaders, declares a layout(yuv) output.
