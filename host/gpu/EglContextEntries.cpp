@@ -149,9 +149,8 @@ EGLBoolean EGLAPIENTRY eglDestroyContext(EGLDisplay dpy, EGLContext ctx) {
         ContextRegistry::instance().find(ctx).get() == current) {
         std::lock_guard<std::mutex> lock(current->shareGroup().mutex());
         mesa().glUseProgram(0);
-        current->shareGroup().setProgram(current->deferredProgram(), nullptr);
-        current->shareGroup().setCoverage(current->deferredProgram(), nullptr);
         mesa().glDeleteProgram(current->deferredProgram());
+        current->shareGroup().deleted(current->deferredProgram());
         current->deferProgramDeletion(0);
     }
     EglError::deferToDriver();

@@ -156,6 +156,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateShader(GLenum type) {
     if (context != nullptr && shader != 0) {
         // The name may have served a deleted shader.
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().releaseFreed(shader);
         context->shareGroup().setShader(shader, {});
         context->shareGroup().setShaderPlacement(shader, {});
     }
@@ -167,6 +168,7 @@ GL_APICALL GLuint GL_APIENTRY glCreateProgram(void) {
     ContextState* context = CurrentContext::get();
     if (context != nullptr && program != 0) {
         std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().releaseFreed(program);
         context->shareGroup().setProgram(program, nullptr);
         context->shareGroup().setCoverage(program, nullptr);
         context->shareGroup().programs().add(program);
@@ -189,10 +191,21 @@ GL_APICALL void GL_APIENTRY glDeleteProgram(GLuint program) {
             context->deferProgramDeletion(program);
             return;
         }
-        context->shareGroup().setProgram(program, nullptr);
-        context->shareGroup().setCoverage(program, nullptr);
+        mesa().glDeleteProgram(program);
+        context->shareGroup().deleted(program);
+        return;
     }
     mesa().glDeleteProgram(program);
+}
+
+GL_APICALL void GL_APIENTRY glDeleteShader(GLuint shader) {
+    mesa().glDeleteShader(shader);
+    ContextState* context = CurrentContext::get();
+    if (context != nullptr && shader != 0) {
+        // An attached shader lives on until it is detached, and its record with it.
+        std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
+        context->shareGroup().deleted(shader);
+    }
 }
 
 GL_APICALL void GL_APIENTRY glUseProgram(GLuint program) {
@@ -209,9 +222,8 @@ GL_APICALL void GL_APIENTRY glUseProgram(GLuint program) {
     std::lock_guard<std::mutex> lock(context->shareGroup().mutex());
     const GLuint deleted = context->deferredProgram();
     context->deferProgramDeletion(0);
-    context->shareGroup().setProgram(deleted, nullptr);
-    context->shareGroup().setCoverage(deleted, nullptr);
     mesa().glDeleteProgram(deleted);
+    context->shareGroup().deleted(deleted);
 }
 
 GL_APICALL void GL_APIENTRY glShaderSource(GLuint shader, GLsizei count,

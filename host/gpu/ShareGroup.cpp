@@ -165,5 +165,31 @@ ProgramRecord* ShareGroup::program(GLuint program) {
     return it == mPrograms.end() ? nullptr : it->second.get();
 }
 
+void ShareGroup::deleted(GLuint name) {
+    if (std::find(mDeletedInUse.begin(), mDeletedInUse.end(), name) == mDeletedInUse.end()) {
+        mDeletedInUse.push_back(name);
+    }
+    releaseFreed();
+}
+
+void ShareGroup::releaseFreed(GLuint created) {
+    const MesaFunctions& gl = mesa();
+    auto freed = std::remove_if(mDeletedInUse.begin(), mDeletedInUse.end(), [&](GLuint name) {
+        // A name that serves a new object has let go of the old one. Shaders and programs share
+        // one name space.
+        if (name != created &&
+            (gl.glIsProgram(name) == GL_TRUE || gl.glIsShader(name) == GL_TRUE)) {
+            return false;
+        }
+        setProgram(name, nullptr);
+        mCoverage.erase(name);
+        mYuvOutputPrograms.erase(name);
+        mShaders.erase(name);
+        mYuvOutputShaders.erase(name);
+        return true;
+    });
+    mDeletedInUse.erase(freed, mDeletedInUse.end());
+}
+
 }  // namespace hostgpu
 }  // namespace zel

@@ -69,6 +69,16 @@ public:
     // old variants; null forgets the program). A context of the group must be current.
     void setProgram(GLuint program, std::unique_ptr<ProgramRecord> record);
     ProgramRecord* program(GLuint program);
+    // The client deleted this shader or program (the driver has been told). The driver keeps a
+    // program while it is current and a shader while it is attached, and the layer keeps their
+    // records as long: they go at a later deletion or creation once the driver has freed the
+    // object. Waiting for the name to serve another object instead would keep them for good, as
+    // the driver does not reuse these names.
+    void deleted(GLuint name);
+    // Drops the records of deleted shaders and programs that the driver has freed since, those of
+    // `created` (a name that serves a new object now) included. A context of the group must be
+    // current.
+    void releaseFreed(GLuint created = 0);
     // Whether a shader, and a linked program through its shaders, declares a layout(yuv) output.
     void setYuvOutput(GLuint shader, bool yuvOutput);
     void linkYuvOutput(GLuint program, const std::vector<GLuint>& shaders);
@@ -116,6 +126,7 @@ private:
     std::unordered_map<GLuint, ShaderPlacement> mShaderPlacements;
     std::unordered_map<GLuint, DrawCoverage::Program> mCoverage;
     std::unordered_map<GLuint, std::unique_ptr<ProgramRecord>> mPrograms;
+    std::vector<GLuint> mDeletedInUse;  // deleted shaders and programs the driver may still hold
     YuvPassPrograms mPassPrograms;
     LiveNames mBuffers{Counter::BuffersAlive};
     LiveNames mTextures{Counter::TexturesAlive};

@@ -644,4 +644,55 @@ TEST_F(YuvRendering, VariantsAreCachedFollowTheDataspaceAndSeeTheClientsUniforms
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
+// A renderer without a program cache makes a program per frame, draws with it and deletes it while
+// it is still current. Once the next frame's program replaces it, the driver frees it, and the
+// variants made for it must go too, or every frame leaks a driver program.
+TEST_F(YuvRendering, ProgramsDeletedWhileCurrentTakeTheirVariantsOnceReplaced) {
+    const int width = 16;
+    const int height = 8;
+    const RgbImage image = zel::test::noise(width, height, 7);
+    sp<GraphicBuffer> nv12 =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    sp<GraphicBuffer> rgba = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::fillBuffer(*nv12, image, 0);
+    const RgbImage expected = zel::test::decode(zel::test::readPlanes(*nv12), kBt601);
+    ExternalImage source(display(), *nv12);
+    ExternalImage destination(display(), *rgba);
+    ImageFramebuffer framebuffer(destination, width, height);
+    Quad quad;
+    // Program names live in the driver; the layer's variants are driver programs too.
+    auto liveDriverPrograms = [] {
+        const GLuint probe = glCreateProgram();
+        int live = 0;
+        for (GLuint name = 1; name < probe; ++name) {
+            live += glIsProgram(name) == GL_TRUE ? 1 : 0;
+        }
+        glDeleteProgram(probe);
+        return live;
+    };
+    auto frame = [&] {
+        Program program(zel::test::libraryVertexShader(),
+                        zel::test::libraryFragmentShader(ShaderShape::ToRgba));
+        EXPECT_EQ(program.error(), "");
+        program.use();
+        zel::test::poisonBuffer(*rgba);
+        source.bind(GL_TEXTURE0);
+        quad.draw();
+        glFinish();
+        return zel::test::imagesMatch(zel::test::readRgba(*rgba), expected, 1);
+    };
+    // The layer's own pass programs are made on first use.
+    EXPECT_TRUE(frame());
+    glUseProgram(0);
+    const int before = liveDriverPrograms();
+    const uint64_t variants = zel::host::gpuCounters().programVariants;
+    for (int i = 0; i < 6; ++i) {
+        EXPECT_TRUE(frame()) << "frame " << i;
+    }
+    EXPECT_EQ(zel::host::gpuCounters().programVariants, variants + 6);
+    glUseProgram(0);
+    EXPECT_EQ(liveDriverPrograms(), before);
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
 }  // namespace
