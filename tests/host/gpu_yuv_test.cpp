@@ -428,6 +428,48 @@ TEST_F(YuvRendering, PixelsOutsideTheDrawKeepTheBufferContents) {
     }
 }
 
+// A texture that rendered into a YUV buffer and wrote it back holds what memory holds: sampling it
+// uploads nothing, but for the Y plane when luma went to memory as packed bytes (rows that fill
+// whole texels: four 8-bit samples or two P010 ones).
+TEST_F(YuvRendering, WhatATextureRenderedIsSampledWithoutAnotherUpload) {
+    for (int32_t format :
+         {int32_t{HAL_PIXEL_FORMAT_YCBCR_420_888}, int32_t{HAL_PIXEL_FORMAT_YCBCR_P010}}) {
+        for (const int width : {64, 37, 38}) {
+            SCOPED_TRACE(testing::Message() << width << " wide, format 0x" << std::hex << format);
+            const int height = 12;
+            const bool packedLuma = width % (zel::test::bitDepthOf(format) == 10 ? 2 : 4) == 0;
+            sp<GraphicBuffer> rgba =
+                zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+            sp<GraphicBuffer> yuv = zel::test::makeTestBuffer(width, height, format);
+            sp<GraphicBuffer> back =
+                zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+            zel::test::writeRgba(*rgba, zel::test::noise(width, height, 41));
+            ExternalImage rgbaImage(display(), *rgba);
+            ExternalImage yuvImage(display(), *yuv);
+            ExternalImage backImage(display(), *back);
+            Quad quad;
+            auto draw = [&](const ExternalImage& from, const ExternalImage& to, ShaderShape shape) {
+                Program program(zel::test::libraryVertexShader(),
+                                zel::test::libraryFragmentShader(shape));
+                from.bind(GL_TEXTURE0);
+                ImageFramebuffer framebuffer(to, width, height);
+                program.use();
+                quad.draw();
+                glFlush();
+            };
+            draw(rgbaImage, backImage, ShaderShape::ToRgba);  // `back` has its storage now
+            draw(rgbaImage, yuvImage, ShaderShape::RgbToYuv);
+            const uint64_t uploads = zel::host::gpuCounters().uploads;
+            draw(yuvImage, backImage, ShaderShape::ToRgba);
+            EXPECT_EQ(zel::host::gpuCounters().uploads, uploads + (packedLuma ? 1 : 0));
+            glFinish();
+            EXPECT_TRUE(
+                zel::test::imagesMatch(zel::test::readRgba(*back),
+                                       zel::test::decode(zel::test::readPlanes(*yuv), kBt601), 1));
+        }
+    }
+}
+
 TEST_F(YuvRendering, ChromaTopLeftProfileKeepsTheFirstSampleOfEachBlock) {
     ASSERT_TRUE(zel::host::setDriverProfile("chroma-top-left"));
     startContext();  // contexts take the profile when they are created
