@@ -128,6 +128,24 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         glFinish();
         EXPECT_EQ(status(sync), EGL_SIGNALED_KHR);
         eglDestroySyncKHR(display, sync);
+
+        // Syncs of the driver's own kind pass through to it, through both entry points, and are
+        // destroyed there once.
+        for (const bool khr : {true, false}) {
+            SCOPED_TRACE(khr ? "EGL_KHR_fence_sync" : "EGL 1.5");
+            EGLSyncKHR fence = khr ? eglCreateSyncKHR(display, EGL_SYNC_FENCE_KHR, nullptr)
+                                   : eglCreateSync(display, EGL_SYNC_FENCE, nullptr);
+            ASSERT_NE(fence, EGL_NO_SYNC_KHR);
+            glFinish();
+            EXPECT_EQ(eglClientWaitSyncKHR(display, fence, 0, 0), EGL_CONDITION_SATISFIED_KHR);
+            auto destroy = [&] {
+                return khr ? eglDestroySyncKHR(display, fence) : eglDestroySync(display, fence);
+            };
+            EXPECT_EQ(destroy(), EGL_TRUE);
+            EXPECT_EQ(eglGetError(), EGL_SUCCESS);
+            EXPECT_EQ(destroy(), EGL_FALSE);
+            EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
+        }
     }
     zel::host::resetDriverProfile();
 }

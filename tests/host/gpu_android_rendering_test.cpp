@@ -509,6 +509,27 @@ TEST_F(AndroidRendering, ImageCreationRefusesBadArgumentsAndLeavesDriverImagesAl
     EXPECT_NE(driverImage, EGL_NO_IMAGE_KHR);
     EXPECT_TRUE(eglDestroyImageKHR(mDisplay, driverImage));
     EXPECT_EQ(zel::host::gpuCounters().imagesCreated, mStart.imagesCreated);
+
+    // The EGL 1.5 entry points sort images the same way.
+    const EGLAttrib noAttribs[] = {EGL_NONE};
+    EXPECT_EQ(eglCreateImage(mDisplay, mContexts[0], EGL_NATIVE_BUFFER_ANDROID,
+                             buffer->getNativeBuffer(), noAttribs),
+              EGL_NO_IMAGE);
+    EXPECT_EQ(eglGetError(), EGL_BAD_CONTEXT);
+    EGLImage image = eglCreateImage(
+        mDisplay, mContexts[0], EGL_GL_TEXTURE_2D,
+        reinterpret_cast<EGLClientBuffer>(static_cast<uintptr_t>(texture)), noAttribs);
+    EXPECT_NE(image, EGL_NO_IMAGE);
+    EXPECT_TRUE(eglDestroyImage(mDisplay, image));
+    EXPECT_EQ(zel::host::gpuCounters().imagesCreated, mStart.imagesCreated);
+    image = eglCreateImage(mDisplay, EGL_NO_CONTEXT, EGL_NATIVE_BUFFER_ANDROID,
+                           buffer->getNativeBuffer(), noAttribs);
+    EXPECT_NE(image, EGL_NO_IMAGE);
+    EXPECT_EQ(zel::host::gpuCounters().imagesCreated, mStart.imagesCreated + 1);
+    EXPECT_TRUE(eglDestroyImage(mDisplay, image));
+    EXPECT_FALSE(eglDestroyImage(mDisplay, image));
+    EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
+    glDeleteTextures(1, &texture);
 }
 
 }  // namespace

@@ -124,10 +124,14 @@ TEST_P(Blit, PlainCopyAndForcedSize) {
         },
         mPicture));
 
-    settings->forceWidth = 0;
-    dst = destination();
-    ASSERT_EQ(blitOnce(source(settings), dst), OK);
-    EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
+    for (const auto& [width, height] : {std::pair{0, 24}, std::pair{40, 0}}) {
+        SCOPED_TRACE(testing::Message() << "forced " << width << "x" << height);
+        settings->forceWidth = width;
+        settings->forceHeight = height;
+        dst = destination();
+        ASSERT_EQ(blitOnce(source(settings), dst), OK);
+        EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
+    }
 }
 
 TEST_P(Blit, CropSamplesOnlyTheCroppedPart) {

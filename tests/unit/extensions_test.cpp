@@ -42,6 +42,9 @@ TEST_F(ExtensionRegistry, EglFlagsAreTheUnionOfEveryDisplay) {
     Extensions& extensions = Extensions::getInstance();
     EXPECT_TRUE(Extensions::hasInstance());
     EXPECT_FALSE(extensions.hasSurfacelessContext());
+    // Reset forgets the strings too (earlier renderers of this process registered theirs).
+    EXPECT_STREQ(extensions.getEGLVersion().c_str(), "");
+    EXPECT_STREQ(extensions.getVersion().c_str(), "");
 
     extensions.initWithEGLStrings(
         "1.4 first", "EGL_KHR_surfaceless_context EGL_KHR_no_config_context EGL_KHR_fence_sync");

@@ -210,6 +210,23 @@ TEST_F(ImageCacheTest, ImagesTakeTheContextsProtectionAndAreCachedEvenWhenImport
     ASSERT_NE(mRenderer, nullptr);
     EXPECT_EQ(mRenderer->cacheNewImage(1, secure, kNoCrop, kSource), OK);
     EXPECT_NE(mRenderer->findCachedImage(1, kSource)->getEGLImage(), EGL_NO_IMAGE_KHR);
+
+    // A pass that meets a cached source without an EGLImage fails and drops the entry, from the
+    // table and from the eviction order alike, so that the buffer's next pass imports it again.
+    ASSERT_TRUE(::zel::host::setDriverProfile("fail-image"));
+    mRenderer.reset();  // the display takes the profile when it is next initialised
+    mRenderer = makeRenderer();
+    ASSERT_NE(mRenderer, nullptr);
+    Buffer source = ::zel::test::bufferOf(::zel::test::allocateBuffer(8, 8, 0x1));
+    Buffer output = ::zel::test::bufferOf(::zel::test::allocateBuffer(8, 8, 0x1));
+    for (int pass = 0; pass < 2; ++pass) {
+        logs.clear();
+        EXPECT_EQ(mRenderer->blit({source}, output, 1000, APP_INSIDE_DEFAULT), RENDER_FAILED);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "cached source image has no EGLImage"), 1u)
+            << logs.dump();
+        EXPECT_TRUE(mRenderer->cachedImageIds(kSource).empty());
+    }
+    ::zel::host::resetDriverProfile();
 }
 
 // Records what the cache manager asks of its renderer; no GL involved. The worker's calls are

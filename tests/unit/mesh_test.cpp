@@ -45,7 +45,7 @@ TEST(Mesh, GridRowsAreStripsOfTheirOwn) {
 TEST(Mesh, CacheKeysArePerThreadAndFollowTheBuilders) {
     const uint64_t tid = static_cast<uint32_t>(gettid());
     EXPECT_EQ(Mesh::buildRectHash(), static_cast<size_t>(tid * 923521 + 180730));
-    for (uint64_t w : {2, 3, 16}) {
+    for (uint64_t w : {1, 2, 3, 16}) {
         const uint64_t h = w + 1;
         EXPECT_EQ(Mesh::buildRectHash(w, h),
                   static_cast<size_t>(tid * 923521 + (w * (h - 1) * 2) * 29791 + 1984 +

@@ -156,9 +156,12 @@ TEST(GlProgram, FailedCompileLogsTheSourceThenTheLinkAndLeavesAnEmptyShell) {
     const std::string broken =
         "#version 310 es\nprecision highp float;\nout vec4 fragColor;\n"
         "void main(void) {\n    fragColor = undeclaredThing;\n}\n";
+    const uint64_t programsBefore = ::zel::host::gpuCounters().programsAlive;
     gl::Program program(shaderText(0, true), broken, {});
     EXPECT_FALSE(program.isLinked());
     EXPECT_EQ(program.getProgram(), 0u);
+    // The program object that failed to link is gone already.
+    EXPECT_EQ(::zel::host::gpuCounters().programsAlive, programsBefore);
     // The draw reports what the compiler said.
     EXPECT_NE(program.getFailureLog().find("undeclared"), std::string::npos)
         << program.getFailureLog();
@@ -170,6 +173,7 @@ TEST(GlProgram, FailedCompileLogsTheSourceThenTheLinkAndLeavesAnEmptyShell) {
     const auto link = logs.linesContaining("Error while linking shaders:");
     ASSERT_EQ(link.size(), 1u) << logs.dump();
     EXPECT_EQ(link[0].message.rfind("Program <", 0), 0u) << link[0].message;
+    EXPECT_EQ(link[0].priority, ANDROID_LOG_ERROR);
 }
 
 TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
@@ -199,6 +203,26 @@ TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
     EXPECT_TRUE(first->isLinked());
     EXPECT_NE(chooser.getProgram(desc), first);
     EXPECT_EQ(::zel::host::gpuCounters().programsLinked, 4u);
+}
+
+// RGBA into YUV asks the driver once, with a probe shader, which conversion standards it takes;
+// neither the probe nor an uncached program outlives its use.
+TEST(ProgramCache, YuvTargetProbeRunsOnceAndLeavesNoObjectBehind) {
+    REQUIRE_CONTEXT();
+    auto chooser = std::make_unique<ChooseProgram>();
+    Description desc;
+    desc.mFmtType = 2;
+    ::zel::host::resetGpuCounters();
+    for (uint64_t compiled : {3u, 5u}) {
+        ASSERT_TRUE(chooser->getProgram(desc)->isLinked());
+        EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, compiled);
+    }
+    chooser.reset();
+    glUseProgram(0);  // a deleted program lives on while it is current
+    for (GLuint name = 1; name < 64; ++name) {
+        EXPECT_FALSE(glIsShader(name)) << name;
+        EXPECT_FALSE(glIsProgram(name)) << name;
+    }
 }
 
 }  // namespace

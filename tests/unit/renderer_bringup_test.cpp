@@ -160,9 +160,9 @@ TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
     mLogs.clear();
     EXPECT_EQ(createWithDriver("conformant", false, Renderer::REALTIME), nullptr);
     EXPECT_GT(mLogs.count(ANDROID_LOG_ERROR, ""), 0u);
-    EXPECT_NE(createWithDriver("conformant,+EGL_NV_context_priority_realtime", false,
-                               Renderer::REALTIME),
-              nullptr)
+    EXPECT_NE(
+        createWithDriver("conformant,+EGL_NV_context_priority_realtime", false, Renderer::REALTIME),
+        nullptr)
         << mLogs.dump();
 }
 
@@ -250,12 +250,17 @@ TEST_F(RendererBringUp, FailedCreationGivesBackOnlyWhatItMadeAndLeavesTheThreadA
 }
 
 TEST_F(RendererBringUp, DestroyingARendererLeavesTheOtherCurrentOneWorking) {
+    // Both keep their meshes and programs: cached GL objects are what a teardown in the wrong
+    // context would hit.
+    uint32_t caches = 3;
     auto first = createWithDriver("");
     ASSERT_NE(first, nullptr);
+    ASSERT_EQ(first->setConfig(Renderer::ENABLE, &caches), OK);
     ASSERT_TRUE(::zel::test::blitsCorrectly(*first));
     const LiveObjects withFirst = liveObjects();
     auto second = createWithDriver("");
     ASSERT_NE(second, nullptr);
+    ASSERT_EQ(second->setConfig(Renderer::ENABLE, &caches), OK);
     ASSERT_TRUE(::zel::test::blitsCorrectly(*second));
     EXPECT_EQ(liveObjects().displayUsers, 2u);
     Buffer buffer = ::zel::test::bufferOf(::zel::test::allocateBuffer(4, 4, 0x1));
