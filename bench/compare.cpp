@@ -9,12 +9,15 @@
  *                                            [--method ours|floor|libyuv]
  *                                            [--cpu-writes-destination 1]
  *
+ * The three take turns frame by frame, so that each sees the same load on a shared machine; each
+ * runs on a thread of its own, where its context stays current.
  * --pair and --method restrict the run (bench/callgrind.sh counts instructions that way).
  * --cpu-writes-destination 1 has the CPU write our destination before every frame (in the
  * frame's time), as a decoder recycling its buffers does; the floor never reads its destination.
  */
 #include <algorithm>
 #include <chrono>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -22,6 +25,7 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -45,22 +49,111 @@ using kav::zel::Renderer;
 
 using namespace zel_bench;
 
-double medianMs(int frames, const std::function<bool()>& frame) {
-    if (!frame()) {  // warm: programs, images, driver state
-        return -1.0;
+// One way of converting a frame. `prepare` (not timed) makes the method's context current on the
+// thread; `frame` converts one frame; `finish` releases what the method made. No `frame`: the
+// method could not be set up.
+struct Method {
+    std::function<bool()> prepare = [] { return true; };
+    std::function<bool()> frame;
+    std::function<void()> finish = [] {};
+};
+
+// Runs jobs on a thread of its own, one at a time, each call waiting for its job: a method is set
+// up, run and finished on one thread, where its context stays current.
+class Worker {
+public:
+    Worker() : mThread([this] { loop(); }) {}
+    ~Worker() {
+        run(nullptr);
+        mThread.join();
     }
-    std::vector<double> times;
-    for (int i = 0; i < frames; ++i) {
-        const auto start = std::chrono::steady_clock::now();
-        if (!frame()) {
-            return -1.0;
+    Worker(const Worker&) = delete;
+    Worker& operator=(const Worker&) = delete;
+
+    // An empty job ends the thread.
+    void run(std::function<void()> job) {
+        std::unique_lock<std::mutex> lock(mMutex);
+        mJob = std::move(job);
+        mPending = true;
+        mCondition.notify_all();
+        mCondition.wait(lock, [this] { return !mPending; });
+    }
+
+private:
+    void loop() {
+        std::unique_lock<std::mutex> lock(mMutex);
+        for (;;) {
+            mCondition.wait(lock, [this] { return mPending; });
+            std::function<void()> job = std::move(mJob);
+            if (job) {
+                lock.unlock();
+                job();
+                lock.lock();
+            }
+            mPending = false;
+            mCondition.notify_all();
+            if (!job) {
+                return;
+            }
         }
-        times.push_back(
-            std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
-                .count());
     }
-    std::nth_element(times.begin(), times.begin() + times.size() / 2, times.end());
-    return times[times.size() / 2];
+
+    std::mutex mMutex;
+    std::condition_variable mCondition;
+    std::function<void()> mJob;
+    bool mPending = false;
+    std::thread mThread;  // last: starts once the rest is made
+};
+
+// The median time of `frames` frames of each method, in ms (-1 where a method failed or was not
+// asked for). Each method lives on a thread of its own (no context switches), and the methods
+// take turns frame by frame, so that each sees the same load on a shared machine; each is warmed
+// (programs, images, driver state) by one untimed frame first.
+std::vector<double> interleavedMedians(const std::vector<std::function<Method()>>& makers,
+                                       int frames) {
+    const size_t count = makers.size();
+    std::vector<std::unique_ptr<Worker>> workers;
+    std::vector<Method> methods(count);
+    std::vector<bool> ok(count, false);
+    std::vector<std::vector<double>> times(count);
+    for (size_t m = 0; m < count; ++m) {
+        workers.push_back(std::make_unique<Worker>());
+        if (makers[m]) {
+            workers[m]->run([&, m] {
+                methods[m] = makers[m]();
+                ok[m] = methods[m].frame && methods[m].prepare() && methods[m].frame();
+            });
+        }
+    }
+    for (int i = 0; i < frames; ++i) {
+        for (size_t m = 0; m < count; ++m) {
+            if (!ok[m]) {
+                continue;
+            }
+            workers[m]->run([&, m] {
+                if (!(ok[m] = methods[m].prepare())) {
+                    return;
+                }
+                const auto start = std::chrono::steady_clock::now();
+                ok[m] = methods[m].frame();
+                times[m].push_back(std::chrono::duration<double, std::milli>(
+                                       std::chrono::steady_clock::now() - start)
+                                       .count());
+            });
+        }
+    }
+    std::vector<double> medians(count, -1.0);
+    for (size_t m = 0; m < count; ++m) {
+        if (methods[m].frame) {
+            workers[m]->run([&, m] { methods[m].finish(); });
+        }
+        if (ok[m] && !times[m].empty()) {
+            std::vector<double>& t = times[m];
+            std::nth_element(t.begin(), t.begin() + t.size() / 2, t.end());
+            medians[m] = t[t.size() / 2];
+        }
+    }
+    return medians;
 }
 
 // --- the library -------------------------------------------------------------------------------
@@ -79,26 +172,51 @@ android::sp<android::GraphicBuffer> allocate(int32_t format, uint32_t width, uin
     return buffer;
 }
 
-double oursMs(const Pair& pair, uint32_t width, uint32_t height, int frames,
-              bool cpuWritesDestination) {
+Method oursMethod(const Pair& pair, uint32_t width, uint32_t height, bool cpuWritesDestination) {
+    struct State {
+        std::shared_ptr<Renderer> renderer;
+        std::vector<Buffer> inputs;
+        android::sp<android::GraphicBuffer> destination;
+        Buffer output;
+        EGLDisplay display = EGL_NO_DISPLAY;
+        EGLSurface surface = EGL_NO_SURFACE;
+        EGLContext context = EGL_NO_CONTEXT;
+    };
+    auto state = std::make_shared<State>();
     Renderer::Args args;
     args.rendererType = 1;
-    std::shared_ptr<Renderer> renderer = Renderer::create(args);
-    if (renderer == nullptr) {
-        return -1.0;
+    state->renderer = Renderer::create(args);
+    if (state->renderer == nullptr) {
+        return {};
     }
+    // The GLES renderer works in the context it made current on this thread.
+    state->display = eglGetCurrentDisplay();
+    state->surface = eglGetCurrentSurface(EGL_DRAW);
+    state->context = eglGetCurrentContext();
     uint32_t enable = 3;
-    renderer->setConfig(Renderer::ENABLE, &enable);
-    const std::vector<Buffer> inputs{
+    state->renderer->setConfig(Renderer::ENABLE, &enable);
+    state->inputs = {
         {std::make_shared<ExternalTexture>(allocate(pair.src, width, height)), nullptr}};
-    const android::sp<android::GraphicBuffer> destination = allocate(pair.dst, width, height);
-    Buffer output{std::make_shared<ExternalTexture>(destination), nullptr};
-    return medianMs(frames, [&] {
+    state->destination = allocate(pair.dst, width, height);
+    state->output = {std::make_shared<ExternalTexture>(state->destination), nullptr};
+    Method method;
+    method.prepare = [state] {
+        return eglMakeCurrent(state->display, state->surface, state->surface, state->context) ==
+               EGL_TRUE;
+    };
+    method.frame = [state, cpuWritesDestination] {
         if (cpuWritesDestination) {
-            touch(destination);
+            touch(state->destination);
         }
-        return renderer->blit(inputs, output, -1, kav::zel::APP_INSIDE_DEFAULT) == kav::zel::OK;
-    });
+        return state->renderer->blit(state->inputs, state->output, -1,
+                                     kav::zel::APP_INSIDE_DEFAULT) == kav::zel::OK;
+    };
+    method.finish = [state] {
+        state->output = {};
+        state->inputs.clear();
+        state->renderer.reset();
+    };
+    return method;
 }
 
 // --- the floor ---------------------------------------------------------------------------------
@@ -160,6 +278,7 @@ public:
     bool makeCurrent() {
         return eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, mContext) == EGL_TRUE;
     }
+    void release() { eglMakeCurrent(mDisplay, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT); }
 
     GLuint program(const char* body) {
         const std::string text = fragment(body);
@@ -299,72 +418,83 @@ const char* floorShader(const Pair& pair, size_t plane) {
     return plane == 0 ? "o = texture(s0, t);" : "o = texture(s1, t);";
 }
 
-double floorMs(GlFloor& gl, const Pair& pair, uint32_t width, uint32_t height, int frames) {
+Method floorMethod(GlFloor& gl, const Pair& pair, uint32_t width, uint32_t height) {
     if (!gl.makeCurrent()) {
-        return -1.0;
+        return {};
     }
+    struct State {
+        std::vector<Plane> sources;
+        std::vector<Plane> targets;
+        std::vector<GLuint> programs;
+        GLuint framebuffer = 0;
+        GLuint vertexArray = 0;
+    };
+    auto state = std::make_shared<State>();
     glPixelStorei(GL_UNPACK_ALIGNMENT, 1);
     glPixelStorei(GL_PACK_ALIGNMENT, 1);
-    std::vector<Plane> sources = planesOf(pair.src, width, height);
-    std::vector<Plane> targets = planesOf(pair.dst, width, height);
-    std::vector<GLuint> programs;
-    for (size_t i = 0; i < targets.size(); ++i) {
-        programs.push_back(gl.program(floorShader(pair, i)));
+    state->sources = planesOf(pair.src, width, height);
+    state->targets = planesOf(pair.dst, width, height);
+    for (size_t i = 0; i < state->targets.size(); ++i) {
+        state->programs.push_back(gl.program(floorShader(pair, i)));
     }
-    GLuint framebuffer = 0;
-    glGenFramebuffers(1, &framebuffer);
-    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
-    GLuint vertexArray = 0;
-    glGenVertexArrays(1, &vertexArray);
-    glBindVertexArray(vertexArray);
+    glGenFramebuffers(1, &state->framebuffer);
+    glBindFramebuffer(GL_FRAMEBUFFER, state->framebuffer);
+    glGenVertexArrays(1, &state->vertexArray);
+    glBindVertexArray(state->vertexArray);
 
-    const double ms = medianMs(frames, [&] {
-        for (size_t i = 0; i < sources.size(); ++i) {
-            const Plane& plane = sources[i];
+    Method method;
+    method.prepare = [&gl] { return gl.makeCurrent(); };
+    method.frame = [state] {
+        for (size_t i = 0; i < state->sources.size(); ++i) {
+            const Plane& plane = state->sources[i];
             glActiveTexture(GL_TEXTURE0 + static_cast<GLenum>(i));
             glBindTexture(GL_TEXTURE_2D, plane.texture);
             glTexSubImage2D(GL_TEXTURE_2D, 0, 0, 0, static_cast<GLsizei>(plane.width),
                             static_cast<GLsizei>(plane.height), plane.format, plane.type,
                             plane.memory.data());
         }
-        for (size_t i = 0; i < targets.size(); ++i) {
-            Plane& plane = targets[i];
+        for (size_t i = 0; i < state->targets.size(); ++i) {
+            Plane& plane = state->targets[i];
             glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D,
                                    plane.texture, 0);
             glViewport(0, 0, static_cast<GLsizei>(plane.width), static_cast<GLsizei>(plane.height));
-            glUseProgram(programs[i]);
+            glUseProgram(state->programs[i]);
             glDrawArrays(GL_TRIANGLES, 0, 3);
             glReadPixels(0, 0, static_cast<GLsizei>(plane.width),
                          static_cast<GLsizei>(plane.height), plane.format, plane.type,
                          plane.memory.data());
         }
         return glGetError() == GL_NO_ERROR;
-    });
-
-    glDeleteVertexArrays(1, &vertexArray);
-    glDeleteFramebuffers(1, &framebuffer);
-    for (GLuint program : programs) {
-        glDeleteProgram(program);
-    }
-    for (const std::vector<Plane>* planes : {&sources, &targets}) {
-        for (const Plane& plane : *planes) {
-            glDeleteTextures(1, &plane.texture);
+    };
+    method.finish = [&gl, state] {
+        if (!gl.makeCurrent()) {
+            return;
         }
-    }
-    return ms;
+        glDeleteVertexArrays(1, &state->vertexArray);
+        glDeleteFramebuffers(1, &state->framebuffer);
+        for (GLuint program : state->programs) {
+            glDeleteProgram(program);
+        }
+        for (const std::vector<Plane>* planes : {&state->sources, &state->targets}) {
+            for (const Plane& plane : *planes) {
+                glDeleteTextures(1, &plane.texture);
+            }
+        }
+        gl.release();
+    };
+    return method;
 }
 
 // --- libyuv ------------------------------------------------------------------------------------
 
-double libyuvMs(const Pair& pair, uint32_t width, uint32_t height, int frames) {
+Method libyuvMethod(const Pair& pair, uint32_t width, uint32_t height) {
     const int w = static_cast<int>(width);
     const int h = static_cast<int>(height);
     const int cw = (w + 1) / 2;
     const int ch = (h + 1) / 2;
-    std::vector<uint8_t> src(size_t(w) * h * 4, 0x5a);
-    std::vector<uint8_t> dst(size_t(w) * h * 4);
-    uint8_t* s = src.data();
-    uint8_t* d = dst.data();
+    auto memory = std::make_shared<std::vector<uint8_t>>(size_t(w) * h * 8, 0x5a);
+    uint8_t* s = memory->data();
+    uint8_t* d = s + size_t(w) * h * 4;
     uint8_t* sChroma = s + size_t(w) * h * (pair.src == kP010 ? 2 : 1);
     uint8_t* dChroma = d + size_t(w) * h;
     std::function<int()> convert;
@@ -391,7 +521,9 @@ double libyuvMs(const Pair& pair, uint32_t width, uint32_t height, int frames) {
             return 0;
         };
     }
-    return medianMs(frames, [&] { return convert() == 0; });
+    Method method;
+    method.frame = [memory, convert] { return convert() == 0; };
+    return method;
 }
 
 // --- the table ---------------------------------------------------------------------------------
@@ -462,6 +594,7 @@ int main(int argc, char** argv) {
                 machine().c_str(), threads != nullptr ? threads : "unset", gl.version().c_str(),
                 date, width, height, frames,
                 cpuWritesDestination ? "; the CPU writes our destination before every frame" : "");
+    gl.release();  // the floor's context is made current on its own thread
     std::printf("| pair | ours (ms) | floor (ms) | libyuv (ms) | ours/floor | ours/libyuv |\n");
     std::printf("|---|---|---|---|---|---|\n");
     const auto wanted = [&](const char* method) {
@@ -471,10 +604,20 @@ int main(int argc, char** argv) {
         if (!onlyPair.empty() && onlyPair != pair.name) {
             continue;
         }
-        const double ours =
-            wanted("ours") ? oursMs(pair, width, height, frames, cpuWritesDestination) : -1.0;
-        const double floor = wanted("floor") ? floorMs(gl, pair, width, height, frames) : -1.0;
-        const double cpu = wanted("libyuv") ? libyuvMs(pair, width, height, frames) : -1.0;
+        std::vector<std::function<Method()>> makers(3);
+        if (wanted("ours")) {
+            makers[0] = [&] { return oursMethod(pair, width, height, cpuWritesDestination); };
+        }
+        if (wanted("floor")) {
+            makers[1] = [&] { return floorMethod(gl, pair, width, height); };
+        }
+        if (wanted("libyuv")) {
+            makers[2] = [&] { return libyuvMethod(pair, width, height); };
+        }
+        const std::vector<double> medians = interleavedMedians(makers, frames);
+        const double ours = medians[0];
+        const double floor = medians[1];
+        const double cpu = medians[2];
         std::printf("| %s | %s | %s | %s | %s | %s |\n", pair.name, ms(ours).c_str(),
                     ms(floor).c_str(), ms(cpu).c_str(), ratio(ours, floor).c_str(),
                     ratio(ours, cpu).c_str());
