@@ -13,6 +13,7 @@
 
 #include <ui/Fence.h>
 
+#include <zel/Debug.h>
 #include <zel/Renderer.h>
 #include <zel/host/Gpu.h>
 #include <zel/host/Sync.h>
@@ -281,8 +282,15 @@ TEST_P(Blit, SourceWithCpuUsageIsNeverCached) {
     Buffer dst = destination();
     ASSERT_EQ(blitOnce(src, dst), OK);
     const auto before = ::zel::host::gpuCounters();
+    const int32_t level = ZEL_debug_level;
+    ZEL_debug_level = 2;
+    LogCapture logs;
     ASSERT_EQ(blitOnce(src, dst), OK);
+    ZEL_debug_level = level;
     EXPECT_EQ(::zel::host::gpuCounters().imagesCreated - before.imagesCreated, 2u);
+    // Images made for one pass carry no buffer id, which is how a debug log tells them from
+    // cached ones (those carry their buffer's).
+    EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, "eglCreateImageKHR, buffer id: 0"), 2u) << logs.dump();
     EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
     if (GetParam() == Renderer::kTypeGles) {
         EXPECT_TRUE(static_cast<GLESRenderer*>(mRenderer.get())->cachedImageIds(0).empty());

@@ -103,6 +103,8 @@ TEST(GlesRenderer, TextureServiceMakesAndDeletesTextures) {
 TEST(GlesRenderer, SetConfigTakesOnlyTheEnableMask) {
     auto renderer = makeRenderer();
     ASSERT_NE(renderer, nullptr);
+    // Mesh and program caches stay off until the client switches them on.
+    EXPECT_EQ(renderer->getEnable(), 0u);
     uint32_t mask = 3;
     EXPECT_EQ(renderer->setConfig(Renderer::ENABLE, &mask), OK);
     EXPECT_EQ(renderer->getEnable(), 3u);

@@ -13,6 +13,7 @@
 
 #include <GLES3/gl31.h>
 #include <android/log.h>
+#include <system/graphics.h>
 
 #include <zel/host/Gpu.h>
 
@@ -199,6 +200,42 @@ TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
     EXPECT_TRUE(first->isLinked());
     EXPECT_NE(chooser.getProgram(desc), first);
     EXPECT_EQ(::zel::host::gpuCounters().programsLinked, 4u);
+}
+
+// Shader names alive in the current context; names are small integers handed out in order.
+int shadersAlive() {
+    int alive = 0;
+    for (GLuint name = 1; name < 512; ++name) {
+        alive += glIsShader(name) == GL_TRUE ? 1 : 0;
+    }
+    return alive;
+}
+
+TEST(ProgramCache, RgbaToYuvAsksTheDriverOnceAndKeepsNoShaderAlive) {
+    REQUIRE_CONTEXT();
+    auto chooser = std::make_unique<ChooseProgram>();
+    Description desc;
+    desc.mCacheProgram = true;
+    desc.setFmtType(HAL_PIXEL_FORMAT_RGBA_8888, HAL_PIXEL_FORMAT_YCbCr_420_888);
+    ASSERT_EQ(desc.mFmtType, Description::kFmtRgbaToYuv);
+    ::zel::host::resetGpuCounters();
+    // The first RGBA-into-YUV program also compiles the driver's YUV_target probe; the answer is
+    // kept, so a second standard builds only its own two shaders and a cached one builds none.
+    ASSERT_TRUE(chooser->getProgram(desc)->isLinked());
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 3u);
+    ASSERT_NE(chooser->getProgram(desc), nullptr);
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 3u);
+    Description other = desc;
+    other.mStandard = Description::kStandardBt2020;
+    ASSERT_TRUE(chooser->getProgram(other)->isLinked());
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 5u);
+    // Neither the probe nor the programs' own shaders outlive their use: a renderer's context
+    // lives as long as the renderer and would otherwise gather them. Shaders stay attached to
+    // their programs until those go with the cache, and the program last used until it is no
+    // longer in use.
+    chooser.reset();
+    glUseProgram(0);
+    EXPECT_EQ(shadersAlive(), 0);
 }
 
 }  // namespace
