@@ -72,7 +72,7 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         const EGLDisplay display = context.display();
         auto attribute = [display](EGLSyncKHR sync, EGLint name) {
             EGLint value = 0;
-            eglGetSyncAttribKHR(display, sync, name, &value);
+            EXPECT_EQ(eglGetSyncAttribKHR(display, sync, name, &value), EGL_TRUE);
             return value;
         };
         auto status = [&](EGLSyncKHR sync) { return attribute(sync, EGL_SYNC_STATUS_KHR); };
@@ -81,6 +81,12 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         ASSERT_NE(sync, EGL_NO_SYNC_KHR);
         EXPECT_EQ(status(sync), EGL_UNSIGNALED_KHR);
         EXPECT_EQ(attribute(sync, EGL_SYNC_CONDITION_KHR), EGL_SYNC_PRIOR_COMMANDS_COMPLETE_KHR);
+        // The core entry answers the same, and refuses nowhere to write the answer to.
+        EGLAttrib wide = 0;
+        EXPECT_EQ(eglGetSyncAttrib(display, sync, EGL_SYNC_TYPE_KHR, &wide), EGL_TRUE);
+        EXPECT_EQ(wide, EGL_SYNC_NATIVE_FENCE_ANDROID);
+        EXPECT_EQ(eglGetSyncAttrib(display, sync, EGL_SYNC_TYPE_KHR, nullptr), EGL_FALSE);
+        EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
         // No descriptor before the flush.
         EXPECT_EQ(eglDupNativeFenceFDANDROID(display, sync), EGL_NO_NATIVE_FENCE_FD_ANDROID);
         EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);

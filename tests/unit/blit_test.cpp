@@ -330,6 +330,14 @@ TEST_P(Blit, RequestsItDoesNotServeGetTheirStatus) {
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src buffer has no texture"), 1u);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst texture has no graphic buffer"), 1u);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst buffer has no texture"), 1u);
+    if (GetParam() == Renderer::kTypeGles) {
+        // The pass itself refuses a missing texture too, naming the side that lacks it.
+        auto* gles = static_cast<GLESRenderer*>(mRenderer.get());
+        EXPECT_EQ(gles->convert(src, noTexture, nullptr), BAD_VALUE);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst buffer has no texture"), 2u);
+        EXPECT_EQ(gles->convert(noTexture, dst, nullptr), BAD_VALUE);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src buffer has no texture"), 2u);
+    }
     // The destination was never written.
     EXPECT_EQ(readRgba(*mDestination).at(7, 7).r, mPoison.r);
 }
