@@ -160,9 +160,9 @@ TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
     mLogs.clear();
     EXPECT_EQ(createWithDriver("conformant", false, Renderer::REALTIME), nullptr);
     EXPECT_GT(mLogs.count(ANDROID_LOG_ERROR, ""), 0u);
-    EXPECT_NE(createWithDriver("conformant,+EGL_NV_context_priority_realtime", false,
-                               Renderer::REALTIME),
-              nullptr)
+    EXPECT_NE(
+        createWithDriver("conformant,+EGL_NV_context_priority_realtime", false, Renderer::REALTIME),
+        nullptr)
         << mLogs.dump();
 }
 
@@ -246,6 +246,11 @@ TEST_F(RendererBringUp, FailedCreationGivesBackOnlyWhatItMadeAndLeavesTheThreadA
     ASSERT_NE(renderer, nullptr);
     EXPECT_EQ(liveObjects().displayUsers, 1u);
     renderer.reset();
+    EXPECT_EQ(liveObjects().displayUsers, 0u);
+    // A use given back twice is a bookkeeping fault: said as an error, and nothing terminated.
+    mLogs.clear();
+    EglDisplayUsers::release(eglGetDisplay(EGL_DEFAULT_DISPLAY));
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "has no users"), 1u) << mLogs.dump();
     EXPECT_EQ(liveObjects().displayUsers, 0u);
 }
 
