@@ -188,6 +188,14 @@ TEST_F(ImageCacheTest, ReleaseAndDestructionLeaveNoImageAlive) {
     EXPECT_EQ(imagesAlive(), mAlive);
     EXPECT_TRUE(mRenderer->cachedImageIds(kSource).empty());
     EXPECT_TRUE(mRenderer->cachedImageIds(kDestination).empty());
+    // Released ids are gone from the tables too: cached again, they get a new image instead of
+    // finding the released entry in their place.
+    for (long type : {kSource, kDestination}) {
+        EXPECT_EQ(mRenderer->findCachedImage(10 + type, type), nullptr);
+        EXPECT_EQ(mRenderer->cacheNewImage(10 + type, mBuffer, kNoCrop, type), OK);
+        EXPECT_NE(mRenderer->findCachedImage(10 + type, type), nullptr) << "cache " << type;
+    }
+    EXPECT_EQ(mRenderer->releaseCache(), OK);
 
     // What is cached when the renderer goes is released before its context.
     EXPECT_EQ(mRenderer->cacheNewImage(4, mBuffer, kNoCrop, kSource), OK);
