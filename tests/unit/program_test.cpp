@@ -171,6 +171,16 @@ TEST(GlProgram, FailedCompileLogsTheSourceThenTheLinkAndLeavesAnEmptyShell) {
     const auto link = logs.linesContaining("Error while linking shaders:");
     ASSERT_EQ(link.size(), 1u) << logs.dump();
     EXPECT_EQ(link[0].message.rfind("Program <", 0), 0u) << link[0].message;
+    // The linker's own log is logged too, and follows the compiler's in the failure log.
+    const std::string& failure = program.getFailureLog();
+    const size_t compilerEnd = failure.find('\n', failure.find("undeclared"));
+    ASSERT_NE(compilerEnd, std::string::npos) << failure;
+    std::string linker = failure.substr(compilerEnd + 1);
+    while (!linker.empty() && linker.back() == '\n') {
+        linker.pop_back();
+    }
+    EXPECT_FALSE(linker.empty()) << failure;
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, linker), 1u) << logs.dump();
 }
 
 TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
