@@ -348,7 +348,7 @@ TEST_F(YuvRendering, PixelsOutsideTheDrawKeepTheBufferContents) {
     }
 }
 
-TEST_F(YuvRendering, TextureTargetedOntoALargerImageRendersAllOfIt) {
+TEST_F(YuvRendering, TextureTargetedAgainRendersIntoItsNewImageOnly) {
     const int width = 64;
     const int height = 48;
     const RgbImage drawn = zel::test::noise(width, height, 23);
@@ -385,6 +385,30 @@ TEST_F(YuvRendering, TextureTargetedOntoALargerImageRendersAllOfIt) {
     }
     EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*large),
                                        zel::test::encode(drawn, kBt601, 8), 1, 2));
+
+    // Onto a buffer of the same size that nobody has written yet: a draw into its left half
+    // leaves the right half as its memory holds it, not as the previous image looked.
+    sp<GraphicBuffer> fresh =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    const YuvImage before = zel::test::readPlanes(*fresh);
+    ExternalImage freshImage(display(), *fresh);
+    glBindTexture(GL_TEXTURE_EXTERNAL_OES, target.texture());
+    glEGLImageTargetTexture2DOES(GL_TEXTURE_EXTERNAL_OES, freshImage.image());
+    sourceImage.bind(GL_TEXTURE0);
+    {
+        ImageFramebuffer framebuffer(target, width, height);
+        glEnable(GL_SCISSOR_TEST);
+        glScissor(0, 0, width / 2, height);
+        quad.draw();
+        glDisable(GL_SCISSOR_TEST);
+        glFinish();
+    }
+    const YuvImage after = zel::test::readPlanes(*fresh);
+    EXPECT_TRUE(zel::test::planesMatch(after.cropped(width / 2, 0, width / 2, height),
+                                       before.cropped(width / 2, 0, width / 2, height), 0, 0));
+    EXPECT_TRUE(zel::test::planesMatch(
+        after.cropped(0, 0, width / 2, height),
+        zel::test::encode(drawn, kBt601, 8).cropped(0, 0, width / 2, height), 1, 2));
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
