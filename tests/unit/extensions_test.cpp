@@ -1,4 +1,6 @@
 // Extension strings split into names, and the process-wide flags they set.
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "ExtensionSet.h"
@@ -67,6 +69,24 @@ TEST_F(ExtensionRegistry, EglFlagsAreTheUnionOfEveryDisplay) {
     EXPECT_STREQ(extensions.getEGLVersion().c_str(), "1.5 second");
     EXPECT_STREQ(extensions.getEGLExtensions().c_str(),
                  "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
+}
+
+// Before any display is registered, in a process of its own (the tests above start from a
+// cleared registry, which says nothing of how a process starts).
+TEST(ExtensionRegistryDeathTest, AFreshProcessStartsWithEveryFlagOff) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const Extensions& e = Extensions::getInstance();
+            const bool any =
+                e.hasProtectedTexture() || e.hasOESFramebuffer() || e.hasOESTexture() ||
+                e.hasOESTextureESSL3() || e.hasYUVTarget() || e.hasChipCullDistance() ||
+                e.hasNoConfigContext() || e.hasNativeFenceSync() || e.hasFenceSync() ||
+                e.hasWaitSync() || e.hasProtectedContent() || e.hasContextPriority() ||
+                e.hasSurfacelessContext() || e.hasRealtimePriority() || e.hasImageCrop();
+            std::exit(any ? 1 : 0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ExtensionRegistry, EitherNoConfigNameCounts) {
