@@ -231,6 +231,22 @@ TEST_F(BufferDump, RendererDumpsBothBuffersOfAPassWithTheDestinationAsDrawn) {
     EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(outFile), {}), drawn);
 }
 
+// Creation with data, the dump and the hook each say so when the mapper fails an unlock.
+TEST_F(BufferDump, FailedUnlocksAreErrors) {
+    ::zel::test::LogCapture logs;
+    const uint32_t size = 8 * 4 * 4;
+    std::vector<uint8_t> data = pattern(size);
+    ::zel::host::failUnlock();
+    ExternalTexture texture(8, 4, HAL_PIXEL_FORMAT_RGBA_8888, 0, data.data(), size);
+    EXPECT_EQ(contents(texture.getGraphicBuffer(), size), data);
+    ::zel::host::failUnlock();
+    mCreated = {texture.DumpBuffer("in")};
+    ::zel::host::failUnlock();
+    texture.HookBuffer(7);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "GraphicBuffer unlock failed: "), 3u) << logs.dump();
+    EXPECT_EQ(logs.count(ANDROID_LOG_WARN, "GraphicBuffer unlock failed: "), 0u);
+}
+
 TEST(DumpCounter, WrapsToOneNeverZero) {
     SetDumpCounter("wrap", 4294967295u);
     EXPECT_EQ(GetDumpCounter("wrap"), 4294967295u);
