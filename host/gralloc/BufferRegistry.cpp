@@ -13,6 +13,7 @@
 namespace zel::host {
 
 using android::BAD_VALUE;
+using android::INVALID_OPERATION;
 using android::NO_ERROR;
 using android::NO_MEMORY;
 using android::PERMISSION_DENIED;
@@ -210,6 +211,7 @@ status_t BufferRegistry::lock(const native_handle_t* handle, uint64_t usage, voi
 status_t BufferRegistry::unlock(const native_handle_t* handle) {
     std::shared_ptr<Allocation> allocation;
     bool wrote = false;
+    bool failed = false;
     {
         std::lock_guard<std::mutex> lock(mMutex);
         auto it = mLocks.find(handle);
@@ -223,11 +225,20 @@ status_t BufferRegistry::unlock(const native_handle_t* handle) {
         if (it->second.writes.empty()) {
             mLocks.erase(it);
         }
+        if (mUnlockFailures > 0) {
+            --mUnlockFailures;
+            failed = true;
+        }
     }
     if (wrote) {
         allocation->bumpGeneration();
     }
-    return NO_ERROR;
+    return failed ? INVALID_OPERATION : NO_ERROR;
+}
+
+void BufferRegistry::failUnlock(int count) {
+    std::lock_guard<std::mutex> lock(mMutex);
+    mUnlockFailures += count;
 }
 
 size_t BufferRegistry::openFdCount() {

@@ -48,6 +48,7 @@ public:
 
     size_t openFdCount();
 
+    void failUnlock(int count);
     void failQuery(int code, int count);
     void clearQueryFailures();
     bool consumeQueryFailure(int code);
@@ -76,6 +77,7 @@ private:
     std::unordered_map<uint64_t, std::weak_ptr<Allocation>> mById;
     std::unordered_map<const native_handle_t*, LockEntry> mLocks;
     std::unordered_map<int, int> mQueryFailures;
+    int mUnlockFailures = 0;
     std::atomic<uint32_t> mNextId{1};
 };
 

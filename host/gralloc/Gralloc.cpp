@@ -43,4 +43,8 @@ void clearBufmetaFailures() {
     BufferRegistry::get().clearQueryFailures();
 }
 
+void failUnlock(int count) {
+    BufferRegistry::get().failUnlock(count);
+}
+
 }  // namespace zel::host

@@ -72,15 +72,23 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         zel::test::EglContext context;
         ASSERT_TRUE(context.ok()) << context.failure();
         const EGLDisplay display = context.display();
-        auto status = [display](EGLSyncKHR sync) {
+        auto attribute = [display](EGLSyncKHR sync, EGLint name) {
             EGLint value = 0;
-            eglGetSyncAttribKHR(display, sync, EGL_SYNC_STATUS_KHR, &value);
+            EXPECT_EQ(eglGetSyncAttribKHR(display, sync, name, &value), EGL_TRUE);
             return value;
         };
+        auto status = [&](EGLSyncKHR sync) { return attribute(sync, EGL_SYNC_STATUS_KHR); };
 
         EGLSyncKHR sync = eglCreateSyncKHR(display, EGL_SYNC_NATIVE_FENCE_ANDROID, nullptr);
         ASSERT_NE(sync, EGL_NO_SYNC_KHR);
         EXPECT_EQ(status(sync), EGL_UNSIGNALED_KHR);
+        EXPECT_EQ(attribute(sync, EGL_SYNC_CONDITION_KHR), EGL_SYNC_PRIOR_COMMANDS_COMPLETE_KHR);
+        // The core entry answers the same, and refuses nowhere to write the answer to.
+        EGLAttrib wide = 0;
+        EXPECT_EQ(eglGetSyncAttrib(display, sync, EGL_SYNC_TYPE_KHR, &wide), EGL_TRUE);
+        EXPECT_EQ(wide, EGL_SYNC_NATIVE_FENCE_ANDROID);
+        EXPECT_EQ(eglGetSyncAttrib(display, sync, EGL_SYNC_TYPE_KHR, nullptr), EGL_FALSE);
+        EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
         // No descriptor before the flush.
         EXPECT_EQ(eglDupNativeFenceFDANDROID(display, sync), EGL_NO_NATIVE_FENCE_FD_ANDROID);
         EXPECT_EQ(eglGetError(), EGL_BAD_PARAMETER);
@@ -105,6 +113,9 @@ TEST(AndroidDriverProfile, NativeFencesFollowTheGpuTimeline) {
         const EGLint attributes[] = {EGL_SYNC_NATIVE_FENCE_FD_ANDROID, producer, EGL_NONE};
         EGLSyncKHR awaited = eglCreateSyncKHR(display, EGL_SYNC_NATIVE_FENCE_ANDROID, attributes);
         ASSERT_NE(awaited, EGL_NO_SYNC_KHR);
+        // A sync made of the client's descriptor is satisfied by that fence, not by GPU work.
+        EXPECT_EQ(attribute(awaited, EGL_SYNC_CONDITION_KHR),
+                  EGL_SYNC_NATIVE_FENCE_SIGNALED_ANDROID);
         const int producerCopy = eglDupNativeFenceFDANDROID(display, awaited);
         const Clock::time_point waited = Clock::now();
         EXPECT_EQ(eglWaitSyncKHR(display, awaited, 0), EGL_TRUE);

@@ -522,6 +522,70 @@ TEST_F(YuvRendering, WhatATextureRenderedIsSampledWithoutAnotherUpload) {
     }
 }
 
+TEST_F(YuvRendering, TextureTargetedAgainRendersIntoItsNewImageOnly) {
+    const int width = 64;
+    const int height = 48;
+    const RgbImage drawn = zel::test::noise(width, height, 23);
+    sp<GraphicBuffer> source = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
+    zel::test::writeRgba(*source, drawn);
+    sp<GraphicBuffer> small =
+        zel::test::makeTestBuffer(width / 2, height / 4, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    sp<GraphicBuffer> large =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    zel::test::poisonBuffer(*small);
+    zel::test::poisonBuffer(*large);
+    Program program(zel::test::libraryVertexShader(),
+                    zel::test::libraryFragmentShader(ShaderShape::RgbToYuv));
+    ExternalImage sourceImage(display(), *source);
+    ExternalImage target(display(), *small);
+    ExternalImage largeImage(display(), *large);
+    sourceImage.bind(GL_TEXTURE0);
+    program.use();
+    Quad quad;
+    {
+        ImageFramebuffer framebuffer(target, width / 2, height / 4);
+        quad.draw();
+        glFinish();
+    }
+    // The same texture now stands for the larger buffer: everything its first image needed
+    // on the GPU is sized again for the new one.
+    glBindTexture(GL_TEXTURE_EXTERNAL_OES, target.texture());
+    glEGLImageTargetTexture2DOES(GL_TEXTURE_EXTERNAL_OES, largeImage.image());
+    sourceImage.bind(GL_TEXTURE0);
+    {
+        ImageFramebuffer framebuffer(target, width, height);
+        quad.draw();
+        glFinish();
+    }
+    EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*large),
+                                       zel::test::encode(drawn, kBt601, 8), 1, 2));
+
+    // Onto a buffer of the same size that nobody has written yet: a draw into its left half
+    // leaves the right half as its memory holds it, not as the previous image looked.
+    sp<GraphicBuffer> fresh =
+        zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YCBCR_420_888);
+    const YuvImage before = zel::test::readPlanes(*fresh);
+    ExternalImage freshImage(display(), *fresh);
+    glBindTexture(GL_TEXTURE_EXTERNAL_OES, target.texture());
+    glEGLImageTargetTexture2DOES(GL_TEXTURE_EXTERNAL_OES, freshImage.image());
+    sourceImage.bind(GL_TEXTURE0);
+    {
+        ImageFramebuffer framebuffer(target, width, height);
+        glEnable(GL_SCISSOR_TEST);
+        glScissor(0, 0, width / 2, height);
+        quad.draw();
+        glDisable(GL_SCISSOR_TEST);
+        glFinish();
+    }
+    const YuvImage after = zel::test::readPlanes(*fresh);
+    EXPECT_TRUE(zel::test::planesMatch(after.cropped(width / 2, 0, width / 2, height),
+                                       before.cropped(width / 2, 0, width / 2, height), 0, 0));
+    EXPECT_TRUE(zel::test::planesMatch(
+        after.cropped(0, 0, width / 2, height),
+        zel::test::encode(drawn, kBt601, 8).cropped(0, 0, width / 2, height), 1, 2));
+    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
+}
+
 TEST_F(YuvRendering, ChromaTopLeftProfileKeepsTheFirstSampleOfEachBlock) {
     ASSERT_TRUE(zel::host::setDriverProfile("chroma-top-left"));
     startContext();  // contexts take the profile when they are created

@@ -252,6 +252,15 @@ TEST(GrallocTest, OnlyWritingLocksBumpTheContentGeneration) {
     ASSERT_EQ(buffer->unlock(), android::NO_ERROR);
     EXPECT_EQ(zel::host::contentGeneration(h), 2u);
 
+    // An injected unlock failure is reported, and the unlock happens all the same.
+    zel::host::failUnlock();
+    ASSERT_EQ(buffer->lock(GRALLOC_USAGE_SW_WRITE_RARELY, &vaddr), android::NO_ERROR);
+    EXPECT_EQ(buffer->unlock(), android::INVALID_OPERATION);
+    EXPECT_EQ(zel::host::contentGeneration(h), 3u);
+    EXPECT_EQ(buffer->unlock(), android::BAD_VALUE);  // nothing left locked
+    ASSERT_EQ(buffer->lock(GRALLOC_USAGE_SW_READ_OFTEN, &vaddr), android::NO_ERROR);
+    EXPECT_EQ(buffer->unlock(), android::NO_ERROR);
+
     // A write through an import counts for the allocation.
     GraphicBufferMapper& mapper = GraphicBufferMapper::get();
     buffer_handle_t imported = nullptr;
@@ -260,7 +269,7 @@ TEST(GrallocTest, OnlyWritingLocksBumpTheContentGeneration) {
               android::NO_ERROR);
     EXPECT_EQ(mapper.unlock(h), android::BAD_VALUE);  // the lock belongs to the import
     ASSERT_EQ(mapper.unlock(imported), android::NO_ERROR);
-    EXPECT_EQ(zel::host::contentGeneration(h), 3u);
+    EXPECT_EQ(zel::host::contentGeneration(h), 4u);
     EXPECT_EQ(mapper.freeBuffer(imported), android::NO_ERROR);
 }
 

@@ -38,6 +38,7 @@ public:
 
     bool ok() const { return mImage != EGL_NO_IMAGE_KHR; }
     GLuint texture() const { return mTexture; }
+    EGLImageKHR image() const { return mImage; }
     // Binds the texture on `unit` with `filter` as its min and mag filter; unit 0 is active after.
     void bind(GLenum unit, GLenum filter = GL_NEAREST) const;
 

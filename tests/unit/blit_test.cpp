@@ -13,6 +13,7 @@
 
 #include <ui/Fence.h>
 
+#include <zel/Debug.h>
 #include <zel/Renderer.h>
 #include <zel/host/Gpu.h>
 #include <zel/host/Sync.h>
@@ -294,8 +295,15 @@ TEST_P(Blit, SourceWithCpuUsageIsNeverCached) {
     Buffer dst = destination();
     ASSERT_EQ(blitOnce(src, dst), OK);
     const auto before = ::zel::host::gpuCounters();
+    const int32_t level = ZEL_debug_level;
+    ZEL_debug_level = 2;
+    LogCapture logs;
     ASSERT_EQ(blitOnce(src, dst), OK);
+    ZEL_debug_level = level;
     EXPECT_EQ(::zel::host::gpuCounters().imagesCreated - before.imagesCreated, 2u);
+    // Images made for one pass carry no buffer id, which is how a debug log tells them from
+    // cached ones (those carry their buffer's).
+    EXPECT_EQ(logs.count(ANDROID_LOG_DEBUG, "eglCreateImageKHR, buffer id: 0"), 2u) << logs.dump();
     EXPECT_TRUE(imagesMatch(readRgba(*mDestination), mPicture, 0));
     if (GetParam() == Renderer::kTypeGles) {
         EXPECT_TRUE(static_cast<GLESRenderer*>(mRenderer.get())->cachedImageIds(0).empty());
@@ -335,6 +343,14 @@ TEST_P(Blit, RequestsItDoesNotServeGetTheirStatus) {
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src buffer has no texture"), 1u);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst texture has no graphic buffer"), 1u);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst buffer has no texture"), 1u);
+    if (GetParam() == Renderer::kTypeGles) {
+        // The pass itself refuses a missing texture too, naming the side that lacks it.
+        auto* gles = static_cast<GLESRenderer*>(mRenderer.get());
+        EXPECT_EQ(gles->convert(src, noTexture, nullptr), BAD_VALUE);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "dst buffer has no texture"), 2u);
+        EXPECT_EQ(gles->convert(noTexture, dst, nullptr), BAD_VALUE);
+        EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "src buffer has no texture"), 2u);
+    }
     // The destination was never written.
     EXPECT_EQ(readRgba(*mDestination).at(7, 7).r, mPoison.r);
 }

@@ -1,4 +1,6 @@
 // Extension strings split into names, and the process-wide flags they set.
+#include <cstdlib>
+
 #include <gtest/gtest.h>
 
 #include "ExtensionSet.h"
@@ -50,7 +52,12 @@ TEST_F(ExtensionRegistry, EglFlagsAreTheUnionOfEveryDisplay) {
         "1.4 first", "EGL_KHR_surfaceless_context EGL_KHR_no_config_context EGL_KHR_fence_sync");
     EXPECT_TRUE(extensions.hasSurfacelessContext());
     EXPECT_TRUE(extensions.hasNoConfigContext());
-    EXPECT_FALSE(extensions.hasNativeFenceSync());
+    // What the string does not name starts and stays off.
+    for (bool flag : {extensions.hasNativeFenceSync(), extensions.hasWaitSync(),
+                      extensions.hasProtectedContent(), extensions.hasContextPriority(),
+                      extensions.hasRealtimePriority(), extensions.hasImageCrop()}) {
+        EXPECT_FALSE(flag);
+    }
 
     extensions.initWithEGLStrings("1.5 second",
                                   "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
@@ -65,6 +72,24 @@ TEST_F(ExtensionRegistry, EglFlagsAreTheUnionOfEveryDisplay) {
     EXPECT_STREQ(extensions.getEGLVersion().c_str(), "1.5 second");
     EXPECT_STREQ(extensions.getEGLExtensions().c_str(),
                  "EGL_ANDROID_native_fence_sync EGL_ANDROID_image_crop");
+}
+
+// Before any display is registered, in a process of its own (the tests above start from a
+// cleared registry, which says nothing of how a process starts).
+TEST(ExtensionRegistryDeathTest, AFreshProcessStartsWithEveryFlagOff) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            const Extensions& e = Extensions::getInstance();
+            const bool any =
+                e.hasProtectedTexture() || e.hasOESFramebuffer() || e.hasOESTexture() ||
+                e.hasOESTextureESSL3() || e.hasYUVTarget() || e.hasChipCullDistance() ||
+                e.hasNoConfigContext() || e.hasNativeFenceSync() || e.hasFenceSync() ||
+                e.hasWaitSync() || e.hasProtectedContent() || e.hasContextPriority() ||
+                e.hasSurfacelessContext() || e.hasRealtimePriority() || e.hasImageCrop();
+            std::exit(any ? 1 : 0);
+        },
+        ::testing::ExitedWithCode(0), "");
 }
 
 TEST_F(ExtensionRegistry, EitherNoConfigNameCounts) {

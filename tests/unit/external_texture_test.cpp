@@ -18,6 +18,9 @@
 #include <ui/GraphicBufferMapper.h>
 
 #include <zel/ExternalTexture.h>
+#include <zel/Renderer.h>
+#include <zel/host/Gpu.h>
+#include <zel/host/Properties.h>
 #include <zel/host/Gralloc.h>
 
 #include "DumpCounter.h"
@@ -194,6 +197,54 @@ TEST_F(BufferDump, WritesTheWholeAllocationUnderARunningNumberPerTag) {
         std::ifstream file(path, std::ios::binary);
         EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(file), {}), memory) << path;
     }
+}
+
+TEST_F(BufferDump, RendererDumpsBothBuffersOfAPassWithTheDestinationAsDrawn) {
+    if (!::zel::host::gpuAvailable()) {
+        GTEST_SKIP() << ::zel::host::gpuUnavailableReason();
+    }
+    ::zel::host::setProperty("vendor.kav.c2.zel.dump", "1");
+    std::shared_ptr<Renderer> renderer = Renderer::create(Renderer::Args{Renderer::kTypeGles});
+    ::zel::host::clearProperty("vendor.kav.c2.zel.dump");
+    ASSERT_NE(renderer, nullptr);
+    const uint32_t size = 16 * 8 * 4;
+    std::vector<uint8_t> data = pattern(size);
+    Buffer source{
+        std::make_shared<ExternalTexture>(16, 8, HAL_PIXEL_FORMAT_RGBA_8888, 0, data.data(), size),
+        nullptr};
+    Buffer target{
+        std::make_shared<ExternalTexture>(16, 8, HAL_PIXEL_FORMAT_RGBA_8888, 1, nullptr, 0),
+        nullptr};
+    const std::vector<uint8_t> blank = contents(target.texture->getGraphicBuffer(), size);
+    const unsigned int in = GetDumpCounter("in");
+    const unsigned int out = GetDumpCounter("out");
+    ASSERT_EQ(renderer->blit({source}, target, 1000, APP_INSIDE_DEFAULT), OK);
+    mCreated = {expectedPath(*source.texture, "in", in), expectedPath(*target.texture, "out", out)};
+    const std::vector<uint8_t> drawn =
+        contents(target.texture->getGraphicBuffer(), allocSize(*target.texture));
+    ASSERT_NE(std::vector<uint8_t>(drawn.begin(), drawn.begin() + size), blank);
+    // The destination is dumped once the draw has reached its memory, not before.
+    std::ifstream inFile(mCreated[0], std::ios::binary);
+    EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(inFile), {}),
+              contents(source.texture->getGraphicBuffer(), allocSize(*source.texture)));
+    std::ifstream outFile(mCreated[1], std::ios::binary);
+    EXPECT_EQ(std::vector<uint8_t>(std::istreambuf_iterator<char>(outFile), {}), drawn);
+}
+
+// Creation with data, the dump and the hook each say so when the mapper fails an unlock.
+TEST_F(BufferDump, FailedUnlocksAreErrors) {
+    ::zel::test::LogCapture logs;
+    const uint32_t size = 8 * 4 * 4;
+    std::vector<uint8_t> data = pattern(size);
+    ::zel::host::failUnlock();
+    ExternalTexture texture(8, 4, HAL_PIXEL_FORMAT_RGBA_8888, 0, data.data(), size);
+    EXPECT_EQ(contents(texture.getGraphicBuffer(), size), data);
+    ::zel::host::failUnlock();
+    mCreated = {texture.DumpBuffer("in")};
+    ::zel::host::failUnlock();
+    texture.HookBuffer(7);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "GraphicBuffer unlock failed: "), 3u) << logs.dump();
+    EXPECT_EQ(logs.count(ANDROID_LOG_WARN, "GraphicBuffer unlock failed: "), 0u);
 }
 
 TEST(DumpCounter, WrapsToOneNeverZero) {

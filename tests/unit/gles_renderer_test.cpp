@@ -4,6 +4,8 @@
 
 #include <EGL/egl.h>
 #include <GLES3/gl31.h>
+#include <math/mat4.h>
+#include <ui/FloatRect.h>
 
 #include <zel/Debug.h>
 #include <zel/Renderer.h>
@@ -98,6 +100,35 @@ TEST(GlesRenderer, TextureServiceMakesAndDeletesTextures) {
     EXPECT_FALSE(glIsTexture(owned));
     Texture failed(service, 4, 4, Texture::RGBA, Texture::UNSIGNED_BYTE, nullptr, 0);
     EXPECT_EQ(failed.getTextureName(), 0u);
+}
+
+TEST(GlesRenderer, ViewportAndProjectionFollowTheirRectangles) {
+    auto renderer = makeRenderer();
+    ASSERT_NE(renderer, nullptr);
+    // Neither rectangle starts at the origin or is centred on it, so that every term shows.
+    android::FloatRect viewport(8.0f, 4.0f, 40.0f, 20.0f);
+    android::FloatRect clip(0.0f, 0.0f, 2.0f, 4.0f);
+    renderer->setViewportAndProjection(viewport, clip);
+    EXPECT_EQ(renderer->getVpWidth(), 32u);
+    EXPECT_EQ(renderer->getVpHeight(), 16u);
+    GLint box[4] = {};
+    glGetIntegerv(GL_VIEWPORT, box);
+    EXPECT_EQ(box[0], 8);
+    EXPECT_EQ(box[1], 4);
+    EXPECT_EQ(box[2], 32);
+    EXPECT_EQ(box[3], 16);
+    // Orthographic with near plane 0 and far plane 1: x from 0 to 2 onto -1 to 1, y from top 0
+    // to bottom 4 onto 1 to -1, eye z from 0 to -1 onto -1 to 1.
+    const android::mat4& m = renderer->getDescription().mProjectionMatrix;
+    const android::vec4 topLeftNear = m * android::vec4(0.0f, 0.0f, 0.0f, 1.0f);
+    const android::vec4 bottomRightFar = m * android::vec4(2.0f, 4.0f, -1.0f, 1.0f);
+    EXPECT_FLOAT_EQ(topLeftNear.x, -1.0f);
+    EXPECT_FLOAT_EQ(topLeftNear.y, 1.0f);
+    EXPECT_FLOAT_EQ(topLeftNear.z, -1.0f);
+    EXPECT_FLOAT_EQ(bottomRightFar.x, 1.0f);
+    EXPECT_FLOAT_EQ(bottomRightFar.y, -1.0f);
+    EXPECT_FLOAT_EQ(bottomRightFar.z, 1.0f);
+    EXPECT_FLOAT_EQ(bottomRightFar.w, 1.0f);
 }
 
 TEST(GlesRenderer, SetConfigTakesOnlyTheEnableMask) {

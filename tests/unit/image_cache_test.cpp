@@ -188,6 +188,14 @@ TEST_F(ImageCacheTest, ReleaseAndDestructionLeaveNoImageAlive) {
     EXPECT_EQ(imagesAlive(), mAlive);
     EXPECT_TRUE(mRenderer->cachedImageIds(kSource).empty());
     EXPECT_TRUE(mRenderer->cachedImageIds(kDestination).empty());
+    // Released ids are gone from the tables too: cached again, they get a new image instead of
+    // finding the released entry in their place.
+    for (long type : {kSource, kDestination}) {
+        EXPECT_EQ(mRenderer->findCachedImage(10 + type, type), nullptr);
+        EXPECT_EQ(mRenderer->cacheNewImage(10 + type, mBuffer, kNoCrop, type), OK);
+        EXPECT_NE(mRenderer->findCachedImage(10 + type, type), nullptr) << "cache " << type;
+    }
+    EXPECT_EQ(mRenderer->releaseCache(), OK);
 
     // What is cached when the renderer goes is released before its context.
     EXPECT_EQ(mRenderer->cacheNewImage(4, mBuffer, kNoCrop, kSource), OK);
@@ -205,6 +213,17 @@ TEST_F(ImageCacheTest, ImagesTakeTheContextsProtectionAndAreCachedEvenWhenImport
     ASSERT_NE(mRenderer->findCachedImage(1, kSource), nullptr);
     EXPECT_EQ(mRenderer->findCachedImage(1, kSource)->getEGLImage(), EGL_NO_IMAGE_KHR);
     EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "failed to create EGLImage"), 1u) << logs.dump();
+
+    // A pass that finds its cached source without an EGLImage drops the entry from the table
+    // and from the recency order alike: an id left in the order alone would be picked for
+    // eviction later while the table kept growing past its capacity.
+    Buffer secureTarget = makeBuffer(GRALLOC_USAGE_PROTECTED | GRALLOC_USAGE_HW_RENDER);
+    EXPECT_EQ(mRenderer->blit({secure}, secureTarget, 100, APP_INSIDE_DEFAULT), RENDER_FAILED);
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, "cached source image has no EGLImage"), 1u)
+        << logs.dump();
+    const unsigned long secureId = secure.texture->getGraphicBuffer()->getId();
+    EXPECT_EQ(mRenderer->findCachedImage(secureId, kSource), nullptr);
+    EXPECT_EQ(mRenderer->cachedImageIds(kSource), std::vector<unsigned long>{1});
 
     mRenderer = makeRenderer(true);
     ASSERT_NE(mRenderer, nullptr);

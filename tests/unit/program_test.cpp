@@ -13,6 +13,7 @@
 
 #include <GLES3/gl31.h>
 #include <android/log.h>
+#include <system/graphics.h>
 
 #include <zel/host/Gpu.h>
 
@@ -174,6 +175,16 @@ TEST(GlProgram, FailedCompileLogsTheSourceThenTheLinkAndLeavesAnEmptyShell) {
     ASSERT_EQ(link.size(), 1u) << logs.dump();
     EXPECT_EQ(link[0].message.rfind("Program <", 0), 0u) << link[0].message;
     EXPECT_EQ(link[0].priority, ANDROID_LOG_ERROR);
+    // The linker's own log is logged too, and follows the compiler's in the failure log.
+    const std::string& failure = program.getFailureLog();
+    const size_t compilerEnd = failure.find('\n', failure.find("undeclared"));
+    ASSERT_NE(compilerEnd, std::string::npos) << failure;
+    std::string linker = failure.substr(compilerEnd + 1);
+    while (!linker.empty() && linker.back() == '\n') {
+        linker.pop_back();
+    }
+    EXPECT_FALSE(linker.empty()) << failure;
+    EXPECT_EQ(logs.count(ANDROID_LOG_ERROR, linker), 1u) << logs.dump();
 }
 
 TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
@@ -205,22 +216,41 @@ TEST(ProgramCache, SameTextCompilesOnceAndCachingOffEmptiesTheCache) {
     EXPECT_EQ(::zel::host::gpuCounters().programsLinked, 4u);
 }
 
-// RGBA into YUV asks the driver once, with a probe shader, which conversion standards it takes;
-// neither the probe nor an uncached program outlives its use.
-TEST(ProgramCache, YuvTargetProbeRunsOnceAndLeavesNoObjectBehind) {
+// Shader names alive in the current context; names are small integers handed out in order.
+int shadersAlive() {
+    int alive = 0;
+    for (GLuint name = 1; name < 512; ++name) {
+        alive += glIsShader(name) == GL_TRUE ? 1 : 0;
+    }
+    return alive;
+}
+
+TEST(ProgramCache, RgbaToYuvAsksTheDriverOnceAndKeepsNoShaderAlive) {
     REQUIRE_CONTEXT();
     auto chooser = std::make_unique<ChooseProgram>();
     Description desc;
-    desc.mFmtType = 2;
+    desc.mCacheProgram = true;
+    desc.setFmtType(HAL_PIXEL_FORMAT_RGBA_8888, HAL_PIXEL_FORMAT_YCbCr_420_888);
+    ASSERT_EQ(desc.mFmtType, Description::kFmtRgbaToYuv);
     ::zel::host::resetGpuCounters();
-    for (uint64_t compiled : {3u, 5u}) {
-        ASSERT_TRUE(chooser->getProgram(desc)->isLinked());
-        EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, compiled);
-    }
+    // The first RGBA-into-YUV program also compiles the driver's YUV_target probe; the answer is
+    // kept, so a second standard builds only its own two shaders and a cached one builds none.
+    ASSERT_TRUE(chooser->getProgram(desc)->isLinked());
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 3u);
+    ASSERT_NE(chooser->getProgram(desc), nullptr);
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 3u);
+    Description other = desc;
+    other.mStandard = Description::kStandardBt2020;
+    ASSERT_TRUE(chooser->getProgram(other)->isLinked());
+    EXPECT_EQ(::zel::host::gpuCounters().shadersCompiled, 5u);
+    // Neither the probe nor the programs' own shaders outlive their use: a renderer's context
+    // lives as long as the renderer and would otherwise gather them. Shaders stay attached to
+    // their programs until those go with the cache, and the program last used until it is no
+    // longer in use.
     chooser.reset();
-    glUseProgram(0);  // a deleted program lives on while it is current
+    glUseProgram(0);
+    EXPECT_EQ(shadersAlive(), 0);
     for (GLuint name = 1; name < 64; ++name) {
-        EXPECT_FALSE(glIsShader(name)) << name;
         EXPECT_FALSE(glIsProgram(name)) << name;
     }
 }

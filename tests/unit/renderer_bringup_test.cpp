@@ -147,6 +147,16 @@ TEST_F(RendererBringUp, ContextCarriesPriorityAndProtection) {
               EGL_CONTEXT_PRIORITY_REALTIME_NV);
     EXPECT_EQ(contextAttrib(*renderer, EGL_PROTECTED_CONTENT_EXT), EGL_TRUE);
     renderer.reset();
+    // Without surfaceless contexts the stub pbuffer is protected along with its context (the
+    // registry forgets the surfaceless contexts it saw first).
+    gl::ExtensionsTestAccess::reset();
+    renderer = createWithDriver("no-surfaceless", true);
+    ASSERT_NE(renderer, nullptr) << mLogs.dump();
+    EGLint surfaceProtected = -1;
+    EXPECT_TRUE(eglQuerySurface(renderer->getDisplay(), renderer->getStubSurface(),
+                                EGL_PROTECTED_CONTENT_EXT, &surfaceProtected));
+    EXPECT_EQ(surfaceProtected, EGL_TRUE);
+    renderer.reset();
 
     renderer = createWithDriver("", false, Renderer::LOW);
     ASSERT_NE(renderer, nullptr);
@@ -246,6 +256,11 @@ TEST_F(RendererBringUp, FailedCreationGivesBackOnlyWhatItMadeAndLeavesTheThreadA
     ASSERT_NE(renderer, nullptr);
     EXPECT_EQ(liveObjects().displayUsers, 1u);
     renderer.reset();
+    EXPECT_EQ(liveObjects().displayUsers, 0u);
+    // A use given back twice is a bookkeeping fault: said as an error, and nothing terminated.
+    mLogs.clear();
+    EglDisplayUsers::release(eglGetDisplay(EGL_DEFAULT_DISPLAY));
+    EXPECT_EQ(mLogs.count(ANDROID_LOG_ERROR, "has no users"), 1u) << mLogs.dump();
     EXPECT_EQ(liveObjects().displayUsers, 0u);
 }
 

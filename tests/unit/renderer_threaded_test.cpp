@@ -5,8 +5,10 @@
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
+#include <fstream>
 #include <functional>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -163,7 +165,13 @@ TEST(RendererThreaded, SettingsWaitForTheInnerRenderer) {
     EXPECT_EQ(proxy->setContextPriority(Renderer::LOW), OK);
     EXPECT_EQ(inner->getContextPriority(), Renderer::LOW);
     EXPECT_EQ(proxy->setConfig(Renderer::ENABLE, nullptr), NOT_IMPLEMENTED);
-    EXPECT_GT(proxy->getTid(), 0);
+    ASSERT_GT(proxy->getTid(), 0);
+    // Named by then, within the 15 characters a thread name holds: a longer name is refused
+    // and would leave the worker with its creator's name.
+    std::ifstream comm("/proc/self/task/" + std::to_string(proxy->getTid()) + "/comm");
+    std::string name;
+    std::getline(comm, name);
+    EXPECT_EQ(name, "RendererThreade");
 }
 
 TEST(RendererThreaded, DestructionFinishesTheTaskInHandAndDropsTheRest) {
@@ -197,12 +205,20 @@ TEST(RendererThreaded, CacheOperationsAreNotForwarded) {
     auto inner = std::make_shared<RecordingRenderer>();
     auto proxy = RendererThreaded::create(
         [&](const Renderer::Args&) { return std::shared_ptr<Renderer>(inner); }, threadedArgs());
+    ::zel::test::LogCapture logs;
     Buffer buffer;
     EXPECT_EQ(proxy->cacheNewImage(77, buffer, android::Rect::INVALID_RECT, 1), OK);
     buffer.settings = std::make_shared<BufferSettings>();
     EXPECT_EQ(proxy->cacheNewImage(78, buffer, android::Rect(0, 0, 4, 4), 0), OK);
     EXPECT_EQ(proxy->releaseCache(), OK);
     EXPECT_EQ(inner->mCacheCalls, 0);
+    // Each request is only told in the log, with whether it had settings and a crop.
+    EXPECT_EQ(
+        logs.count(ANDROID_LOG_INFO, "buffer key: 77, get settings: 0, crop: 0, cacheType: 1"), 1u)
+        << logs.dump();
+    EXPECT_EQ(
+        logs.count(ANDROID_LOG_INFO, "buffer key: 78, get settings: 1, crop: 1, cacheType: 0"), 1u)
+        << logs.dump();
 }
 
 TEST(RendererThreaded, FailedInnerCreationFailsCallsInsteadOfCrashing) {

@@ -296,7 +296,12 @@ void destroyWithQueuedWork() {
     check(after.images == 0 && after.framebuffers == 0 && after.fenceFds == 0,
           "no image, framebuffer or fence outlives the renderer");
     // Mesa's own threads go with the context, the blocked callers' threads may or may not have
-    // returned yet: what must be gone is the renderer's worker.
+    // returned yet: what must be gone is the renderer's worker. Joined, it may still be listed
+    // for a moment: the kernel wakes the joiner before it takes the exiting thread off the list.
+    const Clock::time_point listed = Clock::now() + std::chrono::seconds(1);
+    while (threadsNamed("RendererThreaded") != 0 && Clock::now() < listed) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     check(threadsNamed("RendererThreaded") == 0, "the worker is gone");
     _exit(0);
 }

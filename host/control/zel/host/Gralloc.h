@@ -130,4 +130,9 @@ void failBufmetaQuery(int code, int count = 1);
 // Cancels any failures failBufmetaQuery() armed.
 void clearBufmetaFailures();
 
+// Makes the next `count` CPU unlocks report INVALID_OPERATION. The lock is released and the
+// content generation follows as usual: the failure is in the report only, as when a mapper fails
+// to flush caches after the fact.
+void failUnlock(int count = 1);
+
 }  // namespace zel::host
