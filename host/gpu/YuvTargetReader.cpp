@@ -100,7 +100,8 @@ bool YuvTargetReader::read(ContextState& context, GLint x, GLint y, GLsizei widt
     }
 
     // Where each row goes, as the pack state lays client memory out.
-    const GLint rowLength = integer(GL_PACK_ROW_LENGTH) > 0 ? integer(GL_PACK_ROW_LENGTH) : width;
+    const GLint packRowLength = integer(GL_PACK_ROW_LENGTH);
+    const GLint rowLength = packRowLength > 0 ? packRowLength : width;
     const size_t alignment = static_cast<size_t>(std::max(integer(GL_PACK_ALIGNMENT), 1));
     const size_t stride =
         (static_cast<size_t>(rowLength) * 4 + alignment - 1) / alignment * alignment;

@@ -634,11 +634,10 @@ TEST_F(YuvRendering, ReadPixelsOfAYuvTargetFollowsThePackState) {
     glPixelStorei(GL_PACK_SKIP_ROWS, 2);
     glPixelStorei(GL_PACK_SKIP_PIXELS, 1);
     glPixelStorei(GL_PACK_ALIGNMENT, 8);
-    auto check = [&](const std::vector<uint8_t>& memory, size_t base) {
+    auto check = [&](const std::vector<uint8_t>& memory) {
         for (int row = 0; row < kReadHeight; ++row) {
             for (int column = 0; column < kReadWidth; ++column) {
-                const uint8_t* pixel =
-                    memory.data() + base + (2 + row) * kStride + (1 + column) * 4;
+                const uint8_t* pixel = memory.data() + (2 + row) * kStride + (1 + column) * 4;
                 const int x = kReadX + column;
                 if (x < 0) {
                     EXPECT_EQ(pixel[0], 0xa5) << "outside the target, column " << column;
@@ -656,25 +655,7 @@ TEST_F(YuvRendering, ReadPixelsOfAYuvTargetFollowsThePackState) {
     std::vector<uint8_t> memory(size, 0xa5);
     glReadPixels(kReadX, kReadY, kReadWidth, kReadHeight, GL_RGBA, GL_UNSIGNED_BYTE, memory.data());
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
-    check(memory, 0);
-
-    // Into a pixel pack buffer, at an offset.
-    GLuint pack = 0;
-    glGenBuffers(1, &pack);
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, pack);
-    const std::vector<uint8_t> filler(size + 16, 0xa5);
-    glBufferData(GL_PIXEL_PACK_BUFFER, static_cast<GLsizeiptr>(filler.size()), filler.data(),
-                 GL_STATIC_READ);
-    glReadPixels(kReadX, kReadY, kReadWidth, kReadHeight, GL_RGBA, GL_UNSIGNED_BYTE,
-                 reinterpret_cast<void*>(16));
-    EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
-    const auto* mapped = static_cast<const uint8_t*>(glMapBufferRange(
-        GL_PIXEL_PACK_BUFFER, 0, static_cast<GLsizeiptr>(filler.size()), GL_MAP_READ_BIT));
-    ASSERT_NE(mapped, nullptr);
-    check(std::vector<uint8_t>(mapped, mapped + filler.size()), 16);
-    glUnmapBuffer(GL_PIXEL_PACK_BUFFER);
-    glBindBuffer(GL_PIXEL_PACK_BUFFER, 0);
-    glDeleteBuffers(1, &pack);
+    check(memory);
 
     // Only RGBA bytes, and never more than the client's buffer holds.
     std::vector<uint8_t> untouched(size, 0xa5);
@@ -689,40 +670,6 @@ TEST_F(YuvRendering, ReadPixelsOfAYuvTargetFollowsThePackState) {
     glPixelStorei(GL_PACK_SKIP_ROWS, 0);
     glPixelStorei(GL_PACK_SKIP_PIXELS, 0);
     glPixelStorei(GL_PACK_ALIGNMENT, 4);
-}
-
-// A program deleted while current keeps drawing until the client replaces it, although the layer's
-// own passes (unpacking and packing a YUV target) switch programs in between; it is gone after.
-TEST_F(YuvRendering, AProgramDeletedWhileCurrentOutlivesTheLayersPasses) {
-    const int width = 16;
-    const int height = 8;
-    sp<GraphicBuffer> source = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_RGBA_8888);
-    const RgbImage image = zel::test::noise(width, height, 3);
-    zel::test::writeRgba(*source, image);
-    sp<GraphicBuffer> target = zel::test::makeTestBuffer(width, height, HAL_PIXEL_FORMAT_YV12);
-    ExternalImage sourceImage(display(), *source);
-    ExternalImage targetImage(display(), *target);
-    sourceImage.bind(GL_TEXTURE0);
-    {
-        Program built(zel::test::libraryVertexShader(),
-                      zel::test::libraryFragmentShader(ShaderShape::RgbToYuv));
-        ASSERT_EQ(built.error(), "");
-        built.use();
-    }  // deleted here, still current
-    for (int frame = 0; frame < 2; ++frame) {
-        zel::test::poisonBuffer(*target);
-        ImageFramebuffer framebuffer(targetImage, width, height);
-        Quad().draw();
-        glFinish();
-        EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR)) << "frame " << frame;
-        EXPECT_TRUE(zel::test::planesMatch(zel::test::readPlanes(*target),
-                                           zel::test::encode(image, kBt601, 8), 1, 2));
-    }
-    GLint current = 0;
-    glGetIntegerv(GL_CURRENT_PROGRAM, &current);
-    ASSERT_NE(current, 0);
-    glUseProgram(0);
-    EXPECT_EQ(glIsProgram(static_cast<GLuint>(current)), GL_FALSE);
 }
 
 TEST_F(YuvRendering, CropSelectsWhatIsSampledAndWhatIsRendered) {
@@ -845,9 +792,9 @@ TEST_F(YuvRendering, VariantsAreCachedFollowTheDataspaceAndSeeTheClientsUniforms
     EXPECT_EQ(glGetError(), GLenum(GL_NO_ERROR));
 }
 
-// A renderer without a program cache makes a program per frame, draws with it and deletes it while
-// it is still current. Once the next frame's program replaces it, the driver frees it, and the
-// variants made for it must go too, or every frame leaks a driver program.
+// A renderer without a program cache makes a program per frame and deletes it while it is still
+// current. It must keep drawing until replaced; then the driver frees it, and the variants made for
+// it must go too, or every frame leaks a driver program.
 TEST_F(YuvRendering, ProgramsDeletedWhileCurrentTakeTheirVariantsOnceReplaced) {
     const int width = 16;
     const int height = 8;
@@ -871,16 +818,24 @@ TEST_F(YuvRendering, ProgramsDeletedWhileCurrentTakeTheirVariantsOnceReplaced) {
         glDeleteProgram(probe);
         return live;
     };
+    // Each frame deletes its program while current and draws with it twice: the layer swaps in
+    // its variant and back around each draw, which must not end the client's program.
     auto frame = [&] {
-        Program program(zel::test::libraryVertexShader(),
-                        zel::test::libraryFragmentShader(ShaderShape::ToRgba));
-        EXPECT_EQ(program.error(), "");
-        program.use();
-        zel::test::poisonBuffer(*rgba);
-        source.bind(GL_TEXTURE0);
-        quad.draw();
-        glFinish();
-        return zel::test::imagesMatch(zel::test::readRgba(*rgba), expected, 1);
+        {
+            Program program(zel::test::libraryVertexShader(),
+                            zel::test::libraryFragmentShader(ShaderShape::ToRgba));
+            EXPECT_EQ(program.error(), "");
+            program.use();
+        }
+        bool drawn = true;
+        for (int draw = 0; draw < 2; ++draw) {
+            zel::test::poisonBuffer(*rgba);
+            source.bind(GL_TEXTURE0);
+            quad.draw();
+            glFinish();
+            drawn = zel::test::imagesMatch(zel::test::readRgba(*rgba), expected, 1) && drawn;
+        }
+        return drawn;
     };
     // The layer's own pass programs are made on first use.
     EXPECT_TRUE(frame());
